@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * The message buffer of the IPC library: a run of bytes that a request, a reply or a saved table is made of.
+ *
+ * Integers are stored in native byte order, without padding or alignment. Content is appended at the end and read
+ * at absolute byte offsets. A read never goes past the content: it then reports failure and leaves its destination
+ * as it was. The library has no shared state; one buffer must not be used by two threads at a time.
+ */
+#ifndef TC_MESSAGE_BUFFER_H
+#define TC_MESSAGE_BUFFER_H
+
+#include <string>
+#include <vector>
+
+class TCMessageBuffer {
+public:
+    /** Makes an empty buffer without a sender. */
+    TCMessageBuffer() = default;
+
+    /** Appends a 32-bit integer (4 bytes). */
+    void PushInt(int value);
+
+    /** Appends a 64-bit integer (8 bytes). */
+    void PushLongLong(long long value);
+
+    /**
+     * Writes @p length bytes of @p data at @p offset, or appends them when @p offset is -1. Writing inside the content
+     * replaces what is there and grows the buffer where it reaches past the end.
+     *
+     * @return false, with nothing written, when @p offset is below -1 or past the end of the content
+     */
+    bool WriteConcatenated(unsigned long length, const void* data, int offset);
+
+    /** Reads the 4-byte integer at @p offset into @p out. @return whether the content holds all of it */
+    bool ReadInt(int* out, unsigned int offset) const;
+
+    /** Reads the 8-byte integer at @p offset into @p out. @return whether the content holds all of it */
+    bool ReadLongLong(long long* out, unsigned int offset) const;
+
+    /**
+     * Reads @p length bytes at @p offset into @p out, which must have room for them. Nothing is allocated. Reading 0
+     * bytes succeeds anywhere in the content and at its end.
+     *
+     * @return whether the content holds all of them
+     */
+    bool ReadConcatenated(unsigned long length, void* out, unsigned int offset) const;
+
+    /** Makes the content @p size bytes long; bytes that are new are zero. */
+    void Resize(unsigned int size);
+
+    /** Size of the content in bytes. */
+    unsigned int GetContentSize() const;
+
+    /**
+     * Address of the content from @p offset on, or null when @p offset is past the end. Valid until the buffer is next
+     * written or resized.
+     */
+    void* GetAsVoidFromOffset(unsigned int offset);
+
+    /** In a request: the caller's unique connection name on the bus. Empty otherwise. */
+    std::string m_senderName;
+
+private:
+    bool Holds(unsigned long length, unsigned int offset) const;
+
+    std::vector<unsigned char> m_content;
+};
+
+#endif
