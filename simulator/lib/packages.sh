@@ -1,0 +1,51 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash
+# What a fresh Debian 12 lacks. Sourced after say.sh.
+
+# To build, and to boot the television.
+run_packages=(
+    g++ cmake ninja-build pkg-config
+    libglib2.0-dev libdbus-1-dev libsdbus-c++-dev libsystemd-dev
+    dbus systemd systemd-container util-linux
+    python3 python3-dbus
+)
+
+# To test, on top of that.
+test_packages=(
+    libgtest-dev libgmock-dev
+    clang-format clang-tidy shellcheck
+)
+
+# The names of those packages, one a line, that are not installed.
+missing_packages() {
+    local name
+    for name; do
+        if [ "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" != installed ]; then
+            printf '%s\n' "$name"
+        fi
+    done
+}
+
+# apt-get without questions, waiting for another one to finish, once more when a mirror stumbles.
+apt_get() {
+    local -x DEBIAN_FRONTEND=noninteractive
+    local command=(apt-get -y -q -o DPkg::Lock::Timeout=300 "$@")
+    "${command[@]}" </dev/null || "${command[@]}" </dev/null
+}
+
+# install_packages LOG PACKAGE...: installs those that are missing; touches nothing when none is.
+install_packages() {
+    local log=$1 missing
+    shift
+    command -v dpkg-query >/dev/null ||
+        fail "this is no Debian; install the counterparts of these packages by hand: $*"
+    mapfile -t missing < <(missing_packages "$@")
+    [ "${#missing[@]}" -gt 0 ] || return 0
+    say "installing ${missing[*]}"
+    {
+        apt_get update && apt_get install --no-install-recommends "${missing[@]}"
+    } >"$log" 2>&1 || fail "installing packages failed; the last lines of $log:
+$(tail -n 5 "$log")"
+    mapfile -t missing < <(missing_packages "$@")
+    [ "${#missing[@]}" -eq 0 ] || fail "apt-get left these uninstalled: ${missing[*]}; see $log"
+}

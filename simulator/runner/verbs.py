@@ -1,0 +1,370 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The sentences that scenarios are made of. One function each; the first line of its text explains it in the help."""
+
+import os
+import pathlib
+import re
+import signal
+import struct
+
+from steps import step
+from world import Client, Failed, Program, session_table
+
+_STATE_FILE = pathlib.Path("/tmp/zel_lite_sessions_state.txt")
+_PRIORITIES = {"error": "3", "info": "6", "debug": "7"}
+
+
+# What counts
+
+@step("since boot")
+def since_boot(world):
+    """Everything in the journal counts."""
+    world.mark_boot()
+
+
+@step("from now on")
+def from_now_on(world):
+    """Only what comes from here on counts for the log and for what the service received."""
+    world.mark_now()
+
+
+# Units
+
+@step("unit {unit} is {state}")
+def unit_is(world, unit, state):
+    """Waits until systemd says so: active, inactive, failed, activating, deactivating."""
+    world.wait(f"{unit} is {state}", lambda: world.unit(unit), lambda seen: seen[0] == state)
+
+
+@step("start {unit}")
+def start(world, unit):
+    """Starts a unit and waits until systemd has done so."""
+    world.systemctl("start", unit)
+
+
+@step("stop {unit}")
+def stop(world, unit):
+    """Stops a unit and waits until systemd has done so."""
+    world.systemctl("stop", unit)
+
+
+@step("mask {unit}")
+def mask(world, unit):
+    """Forbids systemd to start a unit."""
+    world.systemctl("mask", unit)
+
+
+@step("unmask {unit}")
+def unmask(world, unit):
+    """Allows it again."""
+    world.systemctl("unmask", unit)
+
+
+@step("kill {unit}")
+def kill(world, unit):
+    """Kills the main process of a unit with SIGKILL and waits until systemd knows."""
+    pid = world.unit(unit)[2]
+    if pid == 0:
+        raise Failed(f"{unit} has a main process", world.unit(unit))
+    os.kill(pid, signal.SIGKILL)
+    world.wait(f"process {pid} is no longer the main process", lambda: world.unit(unit), lambda seen: seen[2] != pid)
+
+
+@step("the services that run are {units:rest}")
+def services_are(world, units):
+    """Compares all services that systemd has started, whoever wanted them."""
+    wanted = sorted(units.split())
+    world.wait(f"only {wanted}", world.active_services, lambda seen: seen == wanted)
+
+
+# The bus
+
+@step("name {name} belongs to {unit}")
+def name_belongs(world, name, unit):
+    """Waits until the main process of the unit owns the bus name."""
+    world.wait(f"{name} is owned by the main process of {unit}",
+               lambda: {"owner": world.owner_pid(name), "main process": world.unit(unit)[2]},
+               lambda seen: seen["owner"] == seen["main process"] != 0)
+
+
+@step("name {name} belongs to nobody")
+def name_free(world, name):
+    """Waits until nobody owns the bus name."""
+    world.wait(f"{name} has no owner", lambda: world.owner_pid(name), lambda seen: seen == 0)
+
+
+# Applications
+
+@step("client {client} comes")
+def client_comes(world, client):
+    """Starts an application: a process with a bus connection of its own."""
+    if client in world.clients:
+        raise Failed(f"no client {client} yet", "there is one")
+    world.clients[client] = Client(world.limit)
+
+
+@step("client {client} leaves")
+def client_leaves(world, client):
+    """Ends an application."""
+    world.client(client).leave()
+    del world.clients[client]
+
+
+@step("client {client} is killed")
+def client_is_killed(world, client):
+    """Kills an application with SIGKILL."""
+    world.client(client).kill()
+    del world.clients[client]
+
+
+def _expect_ints(outcome, ints):
+    values = [int(value) for value in ints.split()]
+    expected = {"reply": struct.pack(f"={len(values)}i", *values).hex()}
+    if outcome != expected:
+        raise Failed(f"{expected} (the integers {ints})", outcome)
+
+
+def _expect_error(outcome, error):
+    if outcome.get("error") != error:
+        raise Failed(error, outcome)
+
+
+@step("client {client} calls method {method:number}: reply {ints:rest}")
+def client_calls(world, client, method, ints):
+    """Calls an IPC method; the reply must be exactly those integers."""
+    world.client(client).send(method=method)
+    _expect_ints(world.client(client).receive(), ints)
+
+
+@step("client {client} calls method {method:number}: error {error}")
+def client_calls_error(world, client, method, error):
+    """Calls an IPC method; the answer must be that D-Bus error."""
+    world.client(client).send(method=method)
+    _expect_error(world.client(client).receive(), error)
+
+
+@step("client {client} begins to call method {method:number}")
+def client_begins(world, client, method):
+    """Sends a call without waiting for the reply."""
+    world.client(client).send(method=method)
+
+
+@step("client {client} is answered {ints:rest}")
+def client_is_answered(world, client, ints):
+    """Waits for the reply to a call that was begun."""
+    _expect_ints(world.client(client).receive(), ints)
+
+
+@step("client {client} calls IPC interface {interface}: error {error}")
+def client_calls_interface(world, client, interface, error):
+    """Calls method 0 of another IPC interface."""
+    world.client(client).send(interface=interface)
+    _expect_error(world.client(client).receive(), error)
+
+
+@step("client {client} calls with signature {signature:text}: error {error}")
+def client_calls_malformed(world, client, signature, error):
+    """Calls the D-Bus method with arguments it does not take."""
+    world.client(client).send(signature=signature)
+    _expect_error(world.client(client).receive(), error)
+
+
+# The daemon's log
+
+def _glob(text):
+    return re.compile(".*".join(re.escape(part) for part in text.split("*")), re.DOTALL)
+
+
+def _log_matches(world, text, level, function, after):
+    pattern = _glob(text)
+    return [position for position, entry in world.lines("ZEL_LITE")
+            if position >= after and pattern.fullmatch(entry.text)
+            and (level is None or entry.priority == _PRIORITIES[level])
+            and (function is None or entry.function == function)]
+
+
+def _log_says(world, text, level=None, function=None, after=0):
+    found = world.wait(f"the daemon logs '{text}'", lambda: _log_matches(world, text, level, function, after), bool)
+    world.matched = found[0] + 1
+
+
+@step("log says {text:text}")
+def log_says(world, text):
+    """Waits for a line of the daemon with exactly that text; * stands for anything."""
+    _log_says(world, text)
+
+
+@step("log says {text:text} ({level}, {function})")
+def log_says_exactly(world, text, level, function):
+    """The same, with its level (error, info, debug) and the function that logs."""
+    _log_says(world, text, level, function)
+
+
+@step("log then says {text:text}")
+def log_then_says(world, text):
+    """The same, after the line that the last such step has found."""
+    _log_says(world, text, after=world.matched)
+
+
+@step("log never says {text:text}")
+def log_never_says(world, text):
+    """No such line has come, whatever is still on its way to the journal included."""
+    world.journal.read_all()
+    found = _log_matches(world, text, None, None, 0)
+    if found:
+        raise Failed(f"no line '{text}'", str(world.journal.entries[found[0]]))
+
+
+# The service
+
+def _calls(world):
+    calls = []
+    for _, entry in world.lines("zel-daemon"):
+        notify = re.match(r"Notify\(trigger (-?\d+), source (-?\d+), plug state (-?\d+), value (-?\d+)\)",
+                          entry.message)
+        if notify:
+            data = "" if notify.groups()[1:] == ("0", "0", "0") else f" ({' '.join(notify.groups()[1:])})"
+            calls.append(f"trigger {notify[1]}{data}")
+        elif entry.message.startswith("Terminate()"):
+            calls.append("termination")
+    return calls
+
+
+@step("service received {calls:rest}")
+def service_received(world, calls):
+    """All that the service was called: nothing, or e.g. "trigger 1, trigger 7 (3 1 0), termination"."""
+    wanted = [] if calls == "nothing" else calls.split(", ")
+    world.wait(f"{len(wanted)} calls", lambda: _calls(world), lambda seen: len(seen) >= len(wanted))
+    world.journal.read_all()
+    if _calls(world) != wanted:
+        raise Failed(wanted, _calls(world))
+
+
+@step("service says {text:text}")
+def service_says(world, text):
+    """Waits for a line of the service; * stands for anything."""
+    world.wait(f"the service logs '{text}'", lambda: [entry.message for _, entry in world.lines("zel-daemon")],
+               lambda seen: any(_glob(text).fullmatch(message) for message in seen))
+
+
+@step("service is told {file} {value:text}")
+def service_is_told(world, file, value):
+    """Writes a control file of the stand-in service."""
+    world.tell_service(file, value)
+
+
+@step("service is told nothing")
+def service_is_told_nothing(world):
+    """Removes all control files."""
+    world.tell_service_nothing()
+
+
+# Files
+
+@step("file {path} exists")
+def file_exists(world, path):
+    """Waits until the file exists."""
+    world.wait(f"{path} exists", lambda: os.path.lexists(path), bool)
+
+
+@step("file {path} is absent")
+def file_is_absent(world, path):
+    """Waits until the file does not exist."""
+    world.wait(f"{path} does not exist", lambda: os.path.lexists(path), lambda seen: not seen)
+
+
+@step("write {path} {content:text}")
+def write(_world, path, content):
+    """Writes a text to a file."""
+    pathlib.Path(path).write_text(content)
+
+
+@step("write {path} bytes {content:rest}")
+def write_bytes(_world, path, content):
+    """Writes bytes, given in hexadecimal, to a file."""
+    pathlib.Path(path).write_bytes(bytes.fromhex(content))
+
+
+@step("write {path} integers {ints:rest}")
+def write_integers(_world, path, ints):
+    """Writes 32-bit integers in the machine's byte order to a file."""
+    values = [int(value) for value in ints.split()]
+    pathlib.Path(path).write_bytes(struct.pack(f"={len(values)}i", *values))
+
+
+@step("remove {path}")
+def remove(_world, path):
+    """Removes a file."""
+    os.unlink(path)
+
+
+@step("make folder {path}")
+def make_folder(_world, path):
+    """Makes a folder, where a file is expected."""
+    os.mkdir(path)
+
+
+@step("remove folder {path}")
+def remove_folder(_world, path):
+    """Removes an empty folder."""
+    os.rmdir(path)
+
+
+@step("remember {path}")
+def remember(world, path):
+    """Keeps the bytes of a file, to be compared later."""
+    world.remembered[path] = pathlib.Path(path).read_bytes()
+
+
+@step("file {path} is as remembered")
+def is_as_remembered(world, path):
+    """The file holds the very bytes that were remembered."""
+    seen = pathlib.Path(path).read_bytes() if os.path.exists(path) else None
+    if seen != world.remembered[path]:
+        raise Failed(world.remembered[path], seen)
+
+
+@step("the state file holds the sessions of {clients:rest}")
+def state_file_holds(world, clients):
+    """Waits until the state file is, byte for byte, the table of those clients' sessions."""
+    wanted = session_table([world.client(name) for name in clients.split()])
+    world.wait(wanted, lambda: _STATE_FILE.read_bytes() if _STATE_FILE.exists() else None,
+               lambda seen: seen == wanted)
+
+
+# Other programs
+
+@step("program {program} runs {command:rest}")
+def program_runs(world, program, command):
+    """Starts a program of the box beside everything else; what it prints is collected."""
+    world.programs[program] = Program(command.split())
+
+
+@step("program {program} prints {text:text} on {stream}")
+def program_prints(world, program, text, stream):
+    """Waits until the text is somewhere in what the program has printed on stdout or stderr; * stands for anything."""
+    running = world.program(program)
+    world.wait(f"'{text}' on {stream}", lambda: running.printed(stream),
+               lambda seen: any(_glob(f"*{text}*").fullmatch(line) for line in seen.split("\n")))
+
+
+@step("program {program} never prints {text:text} on {stream}")
+def program_never_prints(world, program, text, stream):
+    """The text is nowhere in what the program has printed so far."""
+    seen = world.program(program).printed(stream)
+    if _glob(f"*{text}*").fullmatch(seen):
+        raise Failed(f"no '{text}' on {stream}", seen)
+
+
+@step("program {program} still runs")
+def program_still_runs(world, program):
+    """It has not ended."""
+    if not world.program(program).runs():
+        raise Failed("it runs", "it has ended")
+
+
+@step("program {program} is killed")
+def program_is_killed(world, program):
+    """Kills the program with SIGKILL."""
+    world.program(program).kill()
+    del world.programs[program]

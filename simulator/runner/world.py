@@ -1,0 +1,219 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What a scenario acts on and looks at: the box from inside, without a line of the daemon's code."""
+
+import json
+import os
+import pathlib
+import select
+import struct
+import subprocess
+import sys
+import time
+
+import dbus
+import dbus.bus
+
+from journal import Journal
+
+SERVICE_FOLDER = pathlib.Path("/run/zel-platform/service")
+_SYSTEMD = ("org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager")
+_POLL = 0.005
+
+
+class Failed(Exception):
+    """A step does not hold. Carries what was expected and what was seen instead."""
+
+    def __init__(self, expected, seen):
+        super().__init__(expected)
+        self.expected = expected
+        self.seen = seen
+
+
+class Client:
+    """An application process of the scenario."""
+
+    def __init__(self, limit):
+        self._limit = limit
+        self._process = subprocess.Popen(
+            [sys.executable, str(pathlib.Path(__file__).with_name("client.py"))],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.name = self._hear()["name"]
+        self.pid = self._process.pid
+        self.program = os.path.basename(os.readlink(f"/proc/{self.pid}/exe"))
+
+    def send(self, interface="com.brenlow.ISessionControl", method=0, signature="siay", request=""):
+        """Begins a call; its outcome is for receive()."""
+        call = {"interface": interface, "method": method, "signature": signature, "request": request}
+        self._process.stdin.write(json.dumps(call) + "\n")
+        self._process.stdin.flush()
+
+    def receive(self):
+        """The outcome of the oldest call that was sent and not received."""
+        return self._hear()
+
+    def leave(self):
+        """Ends the application the way a program ends by itself."""
+        self._process.stdin.close()
+        self._collect()
+
+    def kill(self):
+        """Ends the application without a chance to say good-bye."""
+        self._process.kill()
+        self._collect()
+
+    def _collect(self):
+        try:
+            self._process.wait(self._limit)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            self._process.wait()
+            raise Failed("the client's process ends", f"it still ran after {self._limit} s") from None
+        self._process.stdout.close()
+
+    def _hear(self):
+        if not select.select([self._process.stdout], [], [], self._limit)[0]:
+            raise Failed("the client hears something", f"nothing within {self._limit} s")
+        line = self._process.stdout.readline()
+        if not line:
+            raise Failed("the client hears something", "its process ended")
+        return json.loads(line)
+
+
+class Program:
+    """Any program that a scenario starts itself; what it prints is collected."""
+
+    def __init__(self, command):
+        self._process = subprocess.Popen(
+            command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self._printed = {"stdout": b"", "stderr": b""}
+        for stream in (self._process.stdout, self._process.stderr):
+            os.set_blocking(stream.fileno(), False)
+
+    def printed(self, stream):
+        """All it has printed so far on "stdout" or "stderr"."""
+        self._printed[stream] += getattr(self._process, stream).read() or b""
+        return self._printed[stream].decode(errors="backslashreplace")
+
+    def runs(self):
+        return self._process.poll() is None
+
+    def kill(self):
+        self._process.kill()
+        self._process.wait()
+        self._process.stdout.close()
+        self._process.stderr.close()
+
+
+class World:
+    """The box, and what the scenario has in it. `limit` is how long anything may take, in seconds."""
+
+    def __init__(self, limit):
+        self.limit = limit
+        self.journal = Journal()
+        self.mark = 0      # the first journal entry that counts
+        self.matched = 0   # the one after the last that a step has matched
+        self.clients = {}
+        self.programs = {}
+        self.remembered = {}
+        self._bus = dbus.bus.BusConnection(dbus.bus.BusConnection.TYPE_SYSTEM)
+
+    def wait(self, expected, look, holds):
+        """Looks until what is seen holds, at most for the limit; gives what was seen."""
+        end = time.monotonic() + self.limit
+        while True:
+            late = time.monotonic() >= end
+            seen = look()
+            if holds(seen):
+                return seen
+            if late:
+                raise Failed(expected, seen)
+            time.sleep(_POLL)
+
+    # The journal
+
+    def mark_now(self):
+        """Only what comes from now on counts."""
+        self.journal.read_all()
+        self.mark = self.matched = len(self.journal.entries)
+
+    def mark_boot(self):
+        """All that came since the box began to boot counts."""
+        self.mark = self.matched = 0
+
+    def lines(self, identifier):
+        """The lines of that identifier that count, as (position, entry)."""
+        self.journal.read()
+        return [(position, entry) for position, entry in enumerate(self.journal.entries)
+                if position >= self.mark and entry.identifier == identifier]
+
+    # systemd and the bus
+
+    def unit(self, name):
+        """ActiveState, SubState and main process id of a unit, as systemd has them."""
+        path = self._bus.call_blocking(*_SYSTEMD, "LoadUnit", "s", (name,))
+        get = lambda interface, key: self._bus.call_blocking(  # noqa: E731
+            _SYSTEMD[0], path, dbus.PROPERTIES_IFACE, "Get", "ss", (f"org.freedesktop.systemd1.{interface}", key))
+        pid = int(get("Service", "MainPID")) if name.endswith(".service") else 0
+        return str(get("Unit", "ActiveState")), str(get("Unit", "SubState")), pid
+
+    def active_services(self):
+        units = self._bus.call_blocking(*_SYSTEMD, "ListUnits", "", ())
+        return sorted(str(unit[0]) for unit in units
+                      if str(unit[0]).endswith(".service") and str(unit[3]) not in ("inactive", "failed"))
+
+    def systemctl(self, *arguments):
+        """Runs systemctl; a job is waited for."""
+        done = subprocess.run(["systemctl", "--quiet", *arguments], capture_output=True, text=True, check=False)
+        if done.returncode != 0:
+            raise Failed("systemctl succeeds", f"status {done.returncode}, {done.stderr.strip()}")
+
+    def owner_pid(self, name):
+        """Process id of the owner of a bus name, 0 when it has none."""
+        try:
+            return int(self._bus.call_blocking(
+                "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                "GetConnectionUnixProcessID", "s", (name,)))
+        except dbus.DBusException:
+            return 0
+
+    # The applications
+
+    def client(self, name):
+        if name not in self.clients:
+            raise Failed(f"client {name} exists", f"clients: {', '.join(self.clients) or 'none'}")
+        return self.clients[name]
+
+    def program(self, name):
+        if name not in self.programs:
+            raise Failed(f"program {name} exists", f"programs: {', '.join(self.programs) or 'none'}")
+        return self.programs[name]
+
+    def end_all(self):
+        """Ends what the scenario has started and not ended, and takes back what it told the service."""
+        for running in (*self.clients.values(), *self.programs.values()):
+            running.kill()
+        self.clients.clear()
+        self.programs.clear()
+        self.tell_service_nothing()
+
+    # The service
+
+    @staticmethod
+    def tell_service(name, value):
+        for folder, mode in ((SERVICE_FOLDER.parent, 0o755), (SERVICE_FOLDER, 0o700)):
+            folder.mkdir(mode=mode, exist_ok=True)
+        (SERVICE_FOLDER / name).write_text(value + "\n")
+
+    @staticmethod
+    def tell_service_nothing():
+        for file in SERVICE_FOLDER.glob("*"):
+            file.unlink()
+
+
+def session_table(clients):
+    """The bytes of a state file that holds the sessions of those clients."""
+    table = struct.pack("=i", len(clients))
+    for client in sorted(clients, key=lambda client: client.name.encode()):
+        for text in (client.name, client.program, str(client.pid)):
+            table += struct.pack("=i", len(text.encode())) + text.encode()
+    return table
