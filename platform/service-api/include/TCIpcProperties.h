@@ -18,7 +18,8 @@ struct TSCallerProperties {
     std::uint32_t pid = 0;
 };
 
-/** Is told of callers. All operations run on the thread of the library that dispatches calls, in the bus's order. */
+/** Is told of callers. All operations run on the thread of the library that dispatches calls, in the bus's
+ * order. */
 class TIIPCCallersObserver {
 public:
     virtual ~TIIPCCallersObserver() = default;
@@ -30,8 +31,8 @@ public:
     virtual void ClearCurrentCaller() = 0;
 
     /**
-     * Runs when a connection has left the bus that had called, or that was on the bus before this process was; after
-     * the last of its own calls.
+     * Runs when a connection has left the bus that had called, or that was on the bus before this process
+     * was; after the last of its own calls.
      *
      * @param connectionName  the unique name that the connection had
      * @param pid             its process id, 0 when none was ever looked up

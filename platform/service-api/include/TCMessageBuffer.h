@@ -3,9 +3,10 @@
  * @file
  * The message buffer of the IPC library: a run of bytes that a request, a reply or a saved table is made of.
  *
- * Integers are stored in native byte order, without padding or alignment. Content is appended at the end and read
- * at absolute byte offsets. A read never goes past the content: it then reports failure and leaves its destination
- * as it was. The library has no shared state; one buffer must not be used by two threads at a time.
+ * Integers are stored in native byte order, without padding or alignment. Content is appended at the end and
+ * read at absolute byte offsets. A read never goes past the content: it then reports failure and leaves its
+ * destination as it was. The library has no shared state; one buffer must not be used by two threads at a
+ * time.
  */
 #ifndef TC_MESSAGE_BUFFER_H
 #define TC_MESSAGE_BUFFER_H
@@ -25,10 +26,12 @@ public:
     void PushLongLong(long long value);
 
     /**
-     * Writes @p length bytes of @p data at @p offset, or appends them when @p offset is -1. Writing inside the content
-     * replaces what is there and grows the buffer where it reaches past the end.
+     * Writes @p length bytes of @p data at @p offset, or appends them when @p offset is -1. Writing inside
+     * the content replaces what is there and grows the buffer where it reaches past the end. @p data must not
+     * lie in this buffer.
      *
-     * @return false, with nothing written, when @p offset is below -1 or past the end of the content
+     * @return false, with nothing written, when @p offset is below -1 or past the end of the content, or when
+     *         the content would exceed 2^31 - 1 bytes
      */
     bool WriteConcatenated(unsigned long length, const void* data, int offset);
 
@@ -39,8 +42,8 @@ public:
     bool ReadLongLong(long long* out, unsigned int offset) const;
 
     /**
-     * Reads @p length bytes at @p offset into @p out, which must have room for them. Nothing is allocated. Reading 0
-     * bytes succeeds anywhere in the content and at its end.
+     * Reads @p length bytes at @p offset into @p out, which must have room for them. Nothing is allocated.
+     * Reading 0 bytes succeeds anywhere in the content and at its end.
      *
      * @return whether the content holds all of them
      */
@@ -53,8 +56,8 @@ public:
     unsigned int GetContentSize() const;
 
     /**
-     * Address of the content from @p offset on, or null when @p offset is past the end. Valid until the buffer is next
-     * written or resized.
+     * Address of the content from @p offset on, or null when @p offset is past the end. Valid until the
+     * buffer is next written or resized.
      */
     void* GetAsVoidFromOffset(unsigned int offset);
 

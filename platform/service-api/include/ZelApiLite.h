@@ -21,7 +21,8 @@ public:
     static bool IsPerf();
 };
 
-/** How a process offers itself over IPC. Given to ZelServiceAPIManager::Setup; overridden where a process differs. */
+/** How a process offers itself over IPC. Given to ZelServiceAPIManager::Setup; overridden where a process
+ * differs. */
 class IpcConfiguration {
 public:
     /**
@@ -31,7 +32,8 @@ public:
     IpcConfiguration(std::string interfaceBusName, std::string objectPath);
     virtual ~IpcConfiguration() = default;
 
-    /** Whether calls are dispatched on the GLib default main context. Linux has only the thread of the library. */
+    /** Whether calls are dispatched on the GLib default main context. Linux has only the thread of the
+     * library. */
     virtual bool ProcessMethodCallInDefaultContext() const;
 
     /** Bus name that the process takes, "com.brenlow.ZELLite". */

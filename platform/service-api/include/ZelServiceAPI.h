@@ -9,13 +9,15 @@
 #include <cstdint>
 #include <vector>
 
-/** Why the service is notified. The numbers are agreed between a sender and the service; this library carries them. */
+/** Why the service is notified. The numbers are agreed between a sender and the service; this library carries
+ * them. */
 enum ETriggerType : int;
 
 /** Why the service refused to terminate. The numbers are the service's own; this library carries them. */
 enum ETerminateErrorType : int {};
 
-/** What goes with a trigger. Polymorphic so that senders may pass a derived record; every field is 0 by default. */
+/** What goes with a trigger. Polymorphic so that senders may pass a derived record; every field is 0 by
+ * default. */
 class TSNotifyData {
 public:
     TSNotifyData();
@@ -51,16 +53,16 @@ public:
      *
      * @param errors  gets the reasons of a refusal
      * @param data    gets what the service tells of itself
-     * @return below 0 when the service could not be reached or did not answer within 25 s, 1 when it terminates, any
-     *         other value when it refuses
+     * @return below 0 when the service could not be reached or did not answer within 25 s, 1 when it
+     * terminates, any other value when it refuses
      */
     virtual int Terminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) = 0;
 
     /**
      * Delivers a trigger.
      *
-     * @return below 0 when the service could not be reached or did not answer within 25 s, 1 on success, any other
-     *         value when the service took the trigger without success
+     * @return below 0 when the service could not be reached or did not answer within 25 s, 1 on success, any
+     * other value when the service took the trigger without success
      */
     virtual int Notify(ETriggerType trigger, const TSNotifyData& data) = 0;
 };
@@ -69,8 +71,8 @@ public:
 class ZelServiceAPI {
 public:
     /**
-     * Gives the control of the running service, waiting up to 10 s for one that is starting, or for a dying one to be
-     * replaced. The control belongs to the library and is valid until DestroyZelControl.
+     * Gives the control of the running service, waiting up to 10 s for one that is starting, or for a dying
+     * one to be replaced. The control belongs to the library and is valid until DestroyZelControl.
      *
      * @param control  gets the control, or null when no service runs nor is about to
      */

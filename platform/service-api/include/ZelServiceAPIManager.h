@@ -13,15 +13,15 @@
 #include "ZelApiLite.h"
 
 /**
- * The IPC server of this process. Normal flow: Setup takes the bus name; observers are added to TCIpcProperties;
- * GetInstance and StartNativeAPI begin dispatching. On Linux the wire is one D-Bus method on the system bus,
- * `Call(s interface, i method, ay request) -> (ay reply)`.
+ * The IPC server of this process. Normal flow: Setup takes the bus name; observers are added to
+ * TCIpcProperties; GetInstance and StartNativeAPI begin dispatching. On Linux the wire is one D-Bus method on
+ * the system bus, `Call(s interface, i method, ay request) -> (ay reply)`.
  */
 class ZelServiceAPIManager {
 public:
     /**
-     * Connects to the system bus and takes the bus name of @p configuration. Calls that arrive from now on wait until
-     * StartNativeAPI.
+     * Connects to the system bus and takes the bus name of @p configuration. Calls that arrive from now on
+     * wait until StartNativeAPI.
      *
      * @return false when there is no bus or the name is taken; the process then has no IPC, and may try again
      */
@@ -33,14 +33,15 @@ public:
      * @param interfaceBusName  as given to Setup's configuration
      * @param objectPath        as given to Setup's configuration
      */
-    static ZelServiceAPIManager& GetInstance(const std::string& interfaceBusName, const std::string& objectPath);
+    static ZelServiceAPIManager& GetInstance(const std::string& interfaceBusName,
+                                             const std::string& objectPath);
 
     ZelServiceAPIManager(const ZelServiceAPIManager&) = delete;
     ZelServiceAPIManager& operator=(const ZelServiceAPIManager&) = delete;
 
     /**
-     * Takes ownership of @p listener and starts dispatching calls to it, one at a time, on a thread of the library.
-     * Without a successful Setup the listener is kept and never called.
+     * Takes ownership of @p listener and starts dispatching calls to it, one at a time, on a thread of the
+     * library. Without a successful Setup the listener is kept and never called.
      */
     void StartNativeAPI(std::unique_ptr<TICallListener> listener);
 
