@@ -23,5 +23,5 @@ function(zel_test name)
 endfunction()
 
 # What several test programs share: the private bus, waiting with a limit.
-add_library(zel-test-support STATIC "${CMAKE_SOURCE_DIR}/tests/support/PrivateBus.cpp")
+add_library(zel-test-support STATIC "${CMAKE_SOURCE_DIR}/tests/support/Files.cpp" "${CMAKE_SOURCE_DIR}/tests/support/PrivateBus.cpp")
 target_include_directories(zel-test-support PUBLIC "${CMAKE_SOURCE_DIR}/tests")

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -25,15 +26,10 @@ constexpr const char* kPolicy =
 }  // namespace
 
 PrivateBus::PrivateBus(bool start) {
-    std::string pattern = "/tmp/private-bus-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("PrivateBus: mkdtemp failed");
-    }
-    m_directory = pattern;
-    m_address = "unix:path=" + m_directory + "/socket";
+    std::filesystem::create_directories(m_directory);
     std::ofstream config(m_directory + "/bus.conf");
-    config << "<busconfig><type>system</type><listen>" << m_address << "</listen><auth>EXTERNAL</auth>" << kPolicy
-           << "<limit name=\"max_connections_per_user\">16384</limit>"
+    config << "<busconfig><type>system</type><listen>" << m_address << "</listen><auth>EXTERNAL</auth>"
+           << kPolicy << "<limit name=\"max_connections_per_user\">16384</limit>"
            << "<limit name=\"max_completed_connections\">16384</limit></busconfig>\n";
     config.close();
     setenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.c_str(), 1);
@@ -56,9 +52,9 @@ void PrivateBus::start() {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ready[1], 3);
     std::string config = "--config-file=" + m_directory + "/bus.conf";
-    std::array<char*, 6> arguments{const_cast<char*>("dbus-daemon"), config.data(), const_cast<char*>("--nofork"),
-                                   const_cast<char*>("--print-address=3"), const_cast<char*>("--nopidfile"),
-                                   nullptr};
+    std::array<char*, 6> arguments{const_cast<char*>("dbus-daemon"), config.data(),
+                                   const_cast<char*>("--nofork"),    const_cast<char*>("--print-address=3"),
+                                   const_cast<char*>("--nopidfile"), nullptr};
     const int error = posix_spawnp(&m_pid, "dbus-daemon", &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ready[1]);

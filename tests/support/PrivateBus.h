@@ -11,9 +11,9 @@
 #include <string>
 
 /**
- * Owns one dbus-daemon. Constructing it points DBUS_SYSTEM_BUS_ADDRESS, which libdbus and sd-bus both honour, at its
- * socket; the bus itself runs from start() to stop(). Because libdbus keeps one address and one shared connection per
- * process, a test program has one of these.
+ * Owns one dbus-daemon. Constructing it points DBUS_SYSTEM_BUS_ADDRESS, which libdbus and sd-bus both honour,
+ * at its socket; the bus itself runs from start() to stop(). Because libdbus keeps one address and one shared
+ * connection per process, a test program has one of these.
  */
 class PrivateBus {
 public:
@@ -33,8 +33,8 @@ public:
     const std::string& address() const { return m_address; }
 
 private:
-    std::string m_directory;
-    std::string m_address;
+    const std::string m_directory = "/tmp/private-bus";
+    const std::string m_address = "unix:path=" + m_directory + "/socket";
     pid_t m_pid = -1;
 };
 

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cpu-boosting.h>
+#include <glib.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "Diagnostics.h"
+#include "SessionControl.h"
+#include "TCIpcProperties.h"
+#include "TriggerTypes.h"
+#include "ZelDaemonStateManager.h"
+#include "ZelServiceAPIManager.h"
+#include "native/SessionControlNative.h"
+
+namespace {
+
+constexpr const char* kBusInterface = "com.brenlow.ZELLite.SignalIFace";
+constexpr const char* kObjectPath = "/com/brenlow/ZELLite/SignalObject";
+
+bool SetUpIpcOnce() {
+    return ZelServiceAPIManager::Setup(std::make_unique<IpcConfigurationZelLite>(kBusInterface, kObjectPath));
+}
+
+// Without IPC the daemon still serves windows, inputs, power and time, so start-up goes on in every case.
+void SetUpIpc() {
+    constexpr int kLine = 35;
+    if (SetUpIpcOnce()) {
+        return;
+    }
+    if (!SetUpIpcOnce()) {
+        _TCApiAssert(
+            "ZelServiceAPIManager::Setup( std::make_unique<IpcConfigurationZelLite>( "
+            "\"com.brenlow.ZELLite.SignalIFace\", \"/com/brenlow/ZELLite/SignalObject\" ) )",
+            __FILE__, kLine, nullptr);
+    }
+    // Printed for the first failure, whatever the second attempt gave.
+    PrintAssertion("main", kLine);
+}
+
+void InheritCpuBoost() {
+    resource_pid_t self{};
+    self.pid = getpid();
+    BootMarker("Call to resource_register_cpu_inheritance_destination()");
+    resource_register_cpu_inheritance_destination("zel-lite", self);
+}
+
+}  // namespace
+
+int main() {
+    BootMarker("ZEL-LITE MAIN: Start.");
+    SetUpIpc();
+
+    TCZelDaemonStateManager stateManager;
+    TCSessionControl sessionControl(stateManager);
+    SessionControlCallersObserver callersObserver(sessionControl);
+    TCIpcProperties::Instance().AddCallersObserver(callersObserver);
+
+    // Calls arrive from here on, so everything they reach stands already.
+    ZelServiceAPIManager::GetInstance(kBusInterface, kObjectPath)
+        .StartNativeAPI(
+            std::make_unique<SessionControlNative>(sessionControl, stateManager, callersObserver));
+    BootMarker("ZEL-LITE MAIN: StartNativeAPI() completed.");
+
+    stateManager.Notify(TRIGGER_TYPE_START_ZEL_MAIN, TSNotifyData());
+
+    // The loop lives as long as the process and has no quit path: the daemon ends by being killed.
+    GMainLoop* const loop = g_main_loop_new(g_main_context_default(), FALSE);
+    InheritCpuBoost();
+    BootMarker("ZEL-LITE MAIN: Executing g_main_loop_run().");
+    g_main_loop_run(loop);
+    return 0;
+}

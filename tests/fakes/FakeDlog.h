@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * A platform log that remembers its lines.
+ */
+#ifndef TESTS_FAKES_FAKE_DLOG_H
+#define TESTS_FAKES_FAKE_DLOG_H
+
+#include <string>
+#include <vector>
+
+namespace fakes {
+
+/** One call of the platform log. */
+struct LogLine {
+    /** Log buffer. */
+    int buffer;
+    /** Priority: 3 debug, 4 info, 6 error. */
+    int priority;
+    std::string tag;
+    /** The format as passed. */
+    std::string format;
+    /** The formatted line. */
+    std::string text;
+
+    /** The line behind "FILE: FUNCTION(LINE) > ". */
+    std::string message() const;
+    /** FUNCTION of that prefix. */
+    std::string function() const;
+    /** FILE of that prefix. */
+    std::string file() const;
+    /** LINE of that prefix. */
+    int line() const;
+};
+
+/** The lines since the last clear. Callable from any thread. */
+class FakeDlog {
+public:
+    static void clear();
+    static std::vector<LogLine> lines();
+
+    /** The messages at @p priority, without their prefix. */
+    static std::vector<std::string> messages(int priority);
+
+    /** How many lines at @p priority have this message. */
+    static std::size_t count(int priority, const std::string& message);
+
+    /** Where every line is appended besides, so that those of a child process are seen too. */
+    static constexpr const char* kFile = "/tmp/fake-dlog";
+};
+
+}  // namespace fakes
+
+#endif

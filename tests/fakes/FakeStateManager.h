@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * A state manager that starts nothing, for the classes above it. It takes the place of the real one at link
+ * time.
+ */
+#ifndef TESTS_FAKES_FAKE_STATE_MANAGER_H
+#define TESTS_FAKES_FAKE_STATE_MANAGER_H
+
+#include <functional>
+
+namespace fakes {
+
+/** What it answers. Actions: "StateManager::Notify TRIGGER SOURCE PLUGSTATE VALUE". */
+struct FakeStateManager {
+    static bool notifyResult;
+    static bool terminated;
+    /** Runs inside Notify, when set. */
+    static std::function<void()> duringNotify;
+
+    /** Back to: Notify succeeds, not terminated. */
+    static void reset();
+};
+
+}  // namespace fakes
+
+#endif

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/Plant.h"
+
+#include <fcntl.h>
+
+#include <cstdarg>
+#include <utility>
+
+namespace {
+
+std::string plannedPath;
+std::function<void()> plannedAttack;
+
+}  // namespace
+
+void plantAtOpen(const std::string& path, std::function<void()> attack) {
+    plannedPath = path;
+    plannedAttack = std::move(attack);
+}
+
+bool wasPlanted() {
+    return !plannedAttack;
+}
+
+extern "C" int __real_open(const char* path, int flags, ...);
+extern "C" int __wrap_open(const char* path, int flags, ...);
+
+extern "C" int __wrap_open(const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        std::va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    if (plannedAttack && plannedPath == path) {
+        std::exchange(plannedAttack, nullptr)();
+    }
+    return __real_open(path, flags, mode);
+}

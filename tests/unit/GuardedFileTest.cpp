@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: Apache-2.0
+// Files in a folder where everybody may plant something, also between the look and the opening.
+#include "GuardedFile.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "support/Files.h"
+#include "support/Plant.h"
+
+namespace {
+
+constexpr const char* kPath = "/tmp/guarded";
+constexpr const char* kVictim = "/tmp/victim";
+constexpr uid_t kStranger = 1234;
+
+class GuardedFileTest : public testing::Test {
+protected:
+    GuardedFileTest() {
+        unlink(kPath);
+        unlink(kVictim);
+        rmdir(kPath);
+        errno = 0;
+    }
+};
+
+}  // namespace
+
+TEST_F(GuardedFileTest, AMissingFileIsCreatedEmptyWithTheProcessesMode) {
+    const mode_t before = umask(022);
+
+    EXPECT_TRUE(CreateOwnFile(kPath));
+
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(stat(kPath, &status), 0);
+    EXPECT_EQ(status.st_size, 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0644U);
+}
+
+TEST_F(GuardedFileTest, AnOwnFileIsTruncatedInPlace) {
+    writeFile(kPath, "old");
+    struct stat before {};
+    stat(kPath, &before);
+
+    EXPECT_TRUE(CreateOwnFile(kPath));
+
+    struct stat after {};
+    stat(kPath, &after);
+    EXPECT_EQ(after.st_size, 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+}
+
+TEST_F(GuardedFileTest, DescriptorsAreCloseOnExec) {
+    const TCFileDescriptor written = CreateOwnFile(kPath);
+    const TCFileDescriptor read = OpenOwnFile(kPath);
+
+    EXPECT_EQ(fcntl(written.Get(), F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(read.Get(), F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(GuardedFileTest, ALinkIsNeverWrittenThrough) {
+    writeFile(kVictim, "precious");
+    ASSERT_EQ(symlink(kVictim, kPath), 0);
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(readFile(kVictim), "precious");
+}
+
+TEST_F(GuardedFileTest, ALinkPlantedBeforeTheOpenIsNotWrittenThrough) {
+    writeFile(kVictim, "precious");
+    plantAtOpen(kPath, [] { EXPECT_EQ(symlink(kVictim, kPath), 0); });
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_TRUE(wasPlanted());
+    EXPECT_EQ(readFile(kVictim), "precious");
+}
+
+TEST_F(GuardedFileTest, ADanglingLinkCreatesNothingAtItsEnd) {
+    ASSERT_EQ(symlink(kVictim, kPath), 0);
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_FALSE(exists(kVictim));
+}
+
+TEST_F(GuardedFileTest, AFifoNeitherBlocksNorIsWrittenTo) {
+    ASSERT_EQ(mkfifo(kPath, 0600), 0);
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_EQ(errno, ENXIO);
+    EXPECT_FALSE(OpenOwnFile(kPath));
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST_F(GuardedFileTest, AFifoThatSomebodyReadsIsNotWrittenToEither) {
+    ASSERT_EQ(mkfifo(kPath, 0600), 0);
+    const int reader = open(kPath, O_RDONLY | O_NONBLOCK);
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_EQ(errno, EPERM);
+    close(reader);
+}
+
+TEST_F(GuardedFileTest, AFolderIsNoFile) {
+    ASSERT_EQ(mkdir(kPath, 0755), 0);
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_FALSE(OpenOwnFile(kPath));
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST_F(GuardedFileTest, AStrangersFileIsReplacedByOneOfOurs) {
+    writeFile(kPath, "theirs");
+    ASSERT_EQ(chown(kPath, kStranger, kStranger), 0);
+
+    EXPECT_TRUE(CreateOwnFile(kPath));
+
+    struct stat status {};
+    stat(kPath, &status);
+    EXPECT_EQ(status.st_uid, geteuid());
+}
+
+TEST_F(GuardedFileTest, AStrangersFilePlantedBeforeTheOpenIsRefused) {
+    plantAtOpen(kPath, [] {
+        writeFile(kPath, "theirs");
+        EXPECT_EQ(chown(kPath, kStranger, kStranger), 0);
+    });
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_TRUE(wasPlanted());
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(readFile(kPath), "theirs");
+}
+
+TEST_F(GuardedFileTest, ASecondNameOfAnotherFileIsReplacedAndTheFileStays) {
+    writeFile(kVictim, "precious");
+    ASSERT_EQ(link(kVictim, kPath), 0);
+
+    EXPECT_TRUE(CreateOwnFile(kPath));
+
+    EXPECT_EQ(readFile(kVictim), "precious");
+}
+
+TEST_F(GuardedFileTest, ASecondNamePlantedBeforeTheOpenIsNotTruncated) {
+    writeFile(kVictim, "precious");
+    plantAtOpen(kPath, [] { EXPECT_EQ(link(kVictim, kPath), 0); });
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_TRUE(wasPlanted());
+    EXPECT_EQ(readFile(kVictim), "precious");
+}
+
+TEST_F(GuardedFileTest, AnOwnFileIsRead) {
+    writeFile(kPath, "x");
+
+    const TCFileDescriptor file = OpenOwnFile(kPath);
+
+    ASSERT_TRUE(file);
+    char byte = 0;
+    EXPECT_EQ(read(file.Get(), &byte, 1), 1);
+    EXPECT_EQ(byte, 'x');
+}
+
+TEST_F(GuardedFileTest, AStrangersFileIsNotRead) {
+    writeFile(kPath, "theirs");
+    ASSERT_EQ(chown(kPath, kStranger, kStranger), 0);
+
+    EXPECT_FALSE(OpenOwnFile(kPath));
+
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST_F(GuardedFileTest, ALinkIsNotRead) {
+    writeFile(kVictim, "mine");
+    ASSERT_EQ(symlink(kVictim, kPath), 0);
+
+    EXPECT_FALSE(OpenOwnFile(kPath));
+
+    EXPECT_EQ(errno, ELOOP);
+}
+
+TEST_F(GuardedFileTest, OnlyALinkItselfIsALink) {
+    writeFile(kVictim, "");
+    EXPECT_FALSE(IsSymbolicLink(kPath));
+    EXPECT_FALSE(IsSymbolicLink(kVictim));
+
+    ASSERT_EQ(symlink("/nowhere", kPath), 0);
+
+    EXPECT_TRUE(IsSymbolicLink(kPath));
+}
