@@ -20,8 +20,13 @@ void FakeStateManager::reset() {
 
 using fakes::FakeStateManager;
 
-TCZelDaemonStateManager::TCZelDaemonStateManager() : m_launchLiteApp(false) {}
-TCZelDaemonStateManager::~TCZelDaemonStateManager() = default;
+TCZelDaemonStateManager::TCZelDaemonStateManager() : m_launchLiteApp(false) {
+    fakes::Actions::add("StateManager made");
+}
+
+TCZelDaemonStateManager::~TCZelDaemonStateManager() {
+    fakes::Actions::add("StateManager gone");
+}
 
 bool TCZelDaemonStateManager::Notify(ETriggerType trigger, const TSNotifyData& data) {
     fakes::Actions::add("StateManager::Notify " + std::to_string(trigger) + " " +

@@ -11,7 +11,10 @@
 
 namespace fakes {
 
-/** What it answers. Actions: "StateManager::Notify TRIGGER SOURCE PLUGSTATE VALUE". */
+/**
+ * What it answers. Actions: "StateManager made", "StateManager gone", "StateManager::Notify TRIGGER SOURCE
+ * PLUGSTATE VALUE".
+ */
 struct FakeStateManager {
     static bool notifyResult;
     static bool terminated;

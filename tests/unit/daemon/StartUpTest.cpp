@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: Apache-2.0
+// The entry function with recording stand-ins for everything it owns and a main loop that returns at once:
+// the order of start-up and shut-down.
+#include <glib.h>
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+#include "SessionControl.h"
+#include "ZelDaemonStateManager.h"
+#include "fakes/Actions.h"
+#include "fakes/FakeIpc.h"
+#include "fakes/FakeSessionControl.h"
+#include "fakes/FakeStateManager.h"
+#include "native/SessionControlNative.h"
+
+using fakes::Actions;
+using fakes::FakeIpc;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+/** The entry function under the name that the test's build gave it. */
+extern "C" int zelLiteMain();
+
+// The recording stand-ins that only this test needs.
+
+bool IpcConfigurationZelLite::ProcessMethodCallInDefaultContext() const {
+    return false;
+}
+
+SessionControlCallersObserver::SessionControlCallersObserver(TCSessionControl& sessionControl)
+    : m_sessionControl(sessionControl) {
+    Actions::add("CallersObserver made");
+}
+
+SessionControlCallersObserver::~SessionControlCallersObserver() {
+    Actions::add("CallersObserver gone");
+}
+
+void SessionControlCallersObserver::SetCurrentCaller(const TSCallerProperties& /*caller*/) {}
+void SessionControlCallersObserver::ClearCurrentCaller() {}
+void SessionControlCallersObserver::OwnerRemoved(const std::string& /*connectionName*/,
+                                                 std::uint32_t /*pid*/) {}
+
+ZelLiteNativeListener::ZelLiteNativeListener(std::string interfaceName)
+    : m_interfaceName(std::move(interfaceName)) {}
+
+std::string ZelLiteNativeListener::GetInterfaceName() {
+    return m_interfaceName;
+}
+
+SessionControlNative::SessionControlNative(TCSessionControl& sessionControl,
+                                           TCZelDaemonStateManager& stateManager,
+                                           SessionControlCallersObserver& callersObserver)
+    : ZelLiteNativeListener("the listener"),
+      m_sessionControl(sessionControl),
+      m_stateManager(stateManager),
+      m_callersObserver(callersObserver) {
+    Actions::add("SessionControlNative made");
+}
+
+SessionControlNative::~SessionControlNative() = default;
+
+bool SessionControlNative::OnCallReceived(int /*method*/, TCMessageBuffer& /*request*/,
+                                          TCMessageBuffer& /*reply*/) {
+    return false;
+}
+
+namespace {
+
+GMainContext* contextOfLoop = nullptr;
+GMainLoop* madeLoop = nullptr;
+
+}  // namespace
+
+extern "C" GMainLoop* __real_g_main_loop_new(GMainContext* context, gboolean isRunning);
+extern "C" GMainLoop* __wrap_g_main_loop_new(GMainContext* context, gboolean isRunning);
+extern "C" GMainLoop* __wrap_g_main_loop_new(GMainContext* context, gboolean isRunning) {
+    Actions::add(isRunning != 0 ? "g_main_loop_new running" : "g_main_loop_new");
+    contextOfLoop = context;
+    madeLoop = __real_g_main_loop_new(context, isRunning);
+    return madeLoop;
+}
+
+extern "C" void __wrap_g_main_loop_run(GMainLoop* loop);
+extern "C" void __wrap_g_main_loop_run(GMainLoop* loop) {
+    Actions::add(loop == madeLoop ? "g_main_loop_run" : "g_main_loop_run of another loop");
+}
+
+namespace {
+
+const char* const kSetup = "Setup com.brenlow.ZELLite.SignalIFace /com/brenlow/ZELLite/SignalObject";
+const char* const kAssertion =
+    "assert ZelServiceAPIManager::Setup( std::make_unique<IpcConfigurationZelLite>( "
+    "\"com.brenlow.ZELLite.SignalIFace\", \"/com/brenlow/ZELLite/SignalObject\" ) ) "
+    "/usr/src/zel-lite/src/daemon/main.cpp 35";
+const char* const kPrintedLine = "ASSERT!!! - function main, line 35";
+
+// All that follows the set-up of IPC.
+const std::vector<std::string> kAfterSetup{
+    "StateManager made",
+    "SessionControl made",
+    "CallersObserver made",
+    "AddCallersObserver",
+    "GetInstance com.brenlow.ZELLite.SignalIFace /com/brenlow/ZELLite/SignalObject",
+    "SessionControlNative made",
+    "StartNativeAPI the listener",
+    "marker ZEL-LITE MAIN: StartNativeAPI() completed.",
+    "StateManager::Notify 1 0 0 0",
+    "g_main_loop_new",
+    "marker Call to resource_register_cpu_inheritance_destination()",
+    "inherit zel-lite self",
+    "marker ZEL-LITE MAIN: Executing g_main_loop_run().",
+    "g_main_loop_run",
+    "CallersObserver gone",
+    "SessionControl gone",
+    "StateManager gone",
+};
+
+class StartUpTest : public testing::Test {
+protected:
+    StartUpTest() {
+        fakes::FakeStateManager::reset();
+        fakes::FakeSessionControl::throwsAtBirth = false;
+        FakeIpc::setupResults.clear();
+        Actions::take();
+    }
+
+    ~StartUpTest() override {
+        FakeIpc::dropListener();
+        if (madeLoop != nullptr) {
+            g_main_loop_unref(madeLoop);
+            madeLoop = nullptr;
+        }
+    }
+
+    // Runs the entry function; what it printed is in m_printed.
+    int run() {
+        testing::internal::CaptureStdout();
+        const int status = zelLiteMain();
+        m_printed = testing::internal::GetCapturedStdout();
+        return status;
+    }
+
+    static std::vector<std::string> with(std::vector<std::string> before) {
+        before.insert(before.begin(), "marker ZEL-LITE MAIN: Start.");
+        before.insert(before.end(), kAfterSetup.begin(), kAfterSetup.end());
+        return before;
+    }
+
+    std::string m_printed;
+};
+
+}  // namespace
+
+TEST_F(StartUpTest, EverythingIsMadeInOrderAndDestroyedInReverse) {
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_THAT(Actions::take(), ElementsAreArray(with({kSetup})));
+    EXPECT_EQ(m_printed, "");
+    EXPECT_EQ(contextOfLoop, g_main_context_default());
+}
+
+TEST_F(StartUpTest, AFirstSetupFailureIsPrintedOnceAndNotAsserted) {
+    FakeIpc::setupResults = {false, true};
+
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_THAT(Actions::take(), ElementsAreArray(with({kSetup, kSetup})));
+    EXPECT_EQ(m_printed, kPrintedLine);
+}
+
+TEST_F(StartUpTest, TwoSetupFailuresAreAssertedAndPrintedOnceAndStartUpGoesOn) {
+    FakeIpc::setupResults = {false, false};
+
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_THAT(Actions::take(), ElementsAreArray(with({kSetup, kSetup, kAssertion})));
+    EXPECT_EQ(m_printed, kPrintedLine);
+}
+
+TEST_F(StartUpTest, AFailedStartUpTriggerIsIgnored) {
+    fakes::FakeStateManager::notifyResult = false;
+
+    EXPECT_EQ(run(), 0);
+
+    EXPECT_THAT(Actions::take(), ElementsAreArray(with({kSetup})));
+}
+
+TEST_F(StartUpTest, AConstructorThatThrowsDestroysWhatWasMadeAndLeavesTheEntryFunction) {
+    fakes::FakeSessionControl::throwsAtBirth = true;
+
+    EXPECT_THROW(zelLiteMain(), std::runtime_error);
+
+    EXPECT_THAT(Actions::take(), ElementsAre("marker ZEL-LITE MAIN: Start.", kSetup, "StateManager made",
+                                             "SessionControl made", "StateManager gone"));
+}
