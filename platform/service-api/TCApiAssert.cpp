@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "TCApiAssert.h"
 
-#include <dlog.h>
+#include <string>
 
+#include "Log.h"
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the set calls it so
 void _TCApiAssert(const char* expression, const char* file, unsigned long line, const char* message) {
-    __dlog_print(LOG_ID_MAIN, DLOG_ERROR, "ZEL_API", "assertion failed: %s, %s:%lu%s%s", expression, file,
-                 line, message == nullptr ? "" : ": ", message == nullptr ? "" : message);
+    std::string text =
+        std::string("assertion failed: ") + expression + ", " + file + ":" + std::to_string(line);
+    if (message != nullptr) {
+        text += std::string(": ") + message;
+    }
+    logError(text);
 }

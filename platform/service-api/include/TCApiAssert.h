@@ -15,6 +15,7 @@
  * @param line        source line
  * @param message     further explanation, zero-terminated, or null
  */
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the set calls it so
 void _TCApiAssert(const char* expression, const char* file, unsigned long line, const char* message);
 
 #endif

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "TCIpcProperties.h"
+
+#include <exception>
+#include <mutex>
+
+#include "CallersObservers.h"
+#include "Log.h"
+
+namespace {
+
+// A fault of one observer must reach neither the others nor the thread that dispatches.
+template <typename Call>
+void guarded(const char* operation, Call call) {
+    try {
+        call();
+    } catch (const std::exception& error) {
+        logError(std::string("an observer threw in ") + operation + ": " + error.what());
+    }
+}
+
+}  // namespace
+
+struct TCIpcProperties::Impl {
+    std::mutex mutex;
+    std::vector<TIIPCCallersObserver*> observers;
+};
+
+TCIpcProperties::TCIpcProperties() : m_impl(std::make_unique<Impl>()) {}
+
+TCIpcProperties::~TCIpcProperties() = default;
+
+// The thread that dispatches may outlive the static objects of the process by a moment: this one must never
+// go.
+TCIpcProperties& TCIpcProperties::Instance() {
+    static auto* const instance = new TCIpcProperties;
+    return *instance;
+}
+
+void TCIpcProperties::AddCallersObserver(TIIPCCallersObserver& observer) {
+    const std::lock_guard<std::mutex> lock(m_impl->mutex);
+    m_impl->observers.push_back(&observer);
+}
+
+std::vector<TIIPCCallersObserver*> CallersObservers::all() {
+    TCIpcProperties::Impl& impl = *TCIpcProperties::Instance().m_impl;
+    const std::lock_guard<std::mutex> lock(impl.mutex);
+    return impl.observers;
+}
+
+void CallersObservers::setCurrentCaller(const TSCallerProperties& caller) {
+    for (TIIPCCallersObserver* observer : all()) {
+        observer->SetCurrentCaller(caller);
+    }
+}
+
+void CallersObservers::clearCurrentCaller() {
+    for (TIIPCCallersObserver* observer : all()) {
+        guarded("ClearCurrentCaller", [&] { observer->ClearCurrentCaller(); });
+    }
+}
+
+void CallersObservers::ownerRemoved(const std::string& connectionName, std::uint32_t pid) {
+    for (TIIPCCallersObserver* observer : all()) {
+        guarded("OwnerRemoved", [&] { observer->OwnerRemoved(connectionName, pid); });
+    }
+}
