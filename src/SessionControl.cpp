@@ -23,7 +23,7 @@ namespace {
 constexpr const char* kStateFile = "/tmp/zel_lite_sessions_state.txt";
 constexpr const char* kTemporaryStateFile = "/tmp/zel_lite_sessions_state_tmp.txt";
 // Far more than the sessions of all connections that a bus admits, far less than what would hurt the set.
-constexpr off_t kMaxStateSize = 64 * 1024 * 1024;
+constexpr off_t kMaxStateSize = off_t{64} * 1024 * 1024;
 
 // Releases of the set number this folder's variable differently; the switches stay where they are.
 static_assert(TZ_SYS_ETC == 6, "the folder of the switches is the platform's variable 6");

@@ -29,7 +29,6 @@ using fakes::FakeStateManager;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 namespace {
@@ -253,6 +252,7 @@ TEST_F(SessionControlTest, AnOwnerWithoutSessionIsPassedOverInSilence) {
 TEST_F(SessionControlTest, SessionsAreOpenedAndClosedFromManyThreads) {
     TCSessionControl control(m_manager);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&control, id = std::to_string(i)] {
             for (int round = 0; round < 25; ++round) {

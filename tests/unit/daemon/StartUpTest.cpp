@@ -39,8 +39,9 @@ SessionControlCallersObserver::~SessionControlCallersObserver() {
 
 void SessionControlCallersObserver::SetCurrentCaller(const TSCallerProperties& /*caller*/) {}
 void SessionControlCallersObserver::ClearCurrentCaller() {}
-void SessionControlCallersObserver::OwnerRemoved(const std::string& /*connectionName*/,
-                                                 std::uint32_t /*pid*/) {}
+void SessionControlCallersObserver::OwnerRemoved(const std::string& connectionName, std::uint32_t /*pid*/) {
+    m_sessionControl.CloseOnCrash(connectionName);
+}
 
 ZelLiteNativeListener::ZelLiteNativeListener(std::string interfaceName)
     : m_interfaceName(std::move(interfaceName)) {}
