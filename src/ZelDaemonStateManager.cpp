@@ -81,15 +81,15 @@ private:
     DBusError m_error{};
 };
 
-struct SMessageRelease {
+struct TSMessageRelease {
     void operator()(DBusMessage* message) const { dbus_message_unref(message); }
 };
-using TCDbusMessage = std::unique_ptr<DBusMessage, SMessageRelease>;
+using TCDbusMessage = std::unique_ptr<DBusMessage, TSMessageRelease>;
 
-struct SPendingCallRelease {
+struct TSPendingCallRelease {
     void operator()(DBusPendingCall* call) const { dbus_pending_call_unref(call); }
 };
-using TCDbusPendingCall = std::unique_ptr<DBusPendingCall, SPendingCallRelease>;
+using TCDbusPendingCall = std::unique_ptr<DBusPendingCall, TSPendingCallRelease>;
 
 // The steps of a start log in the start's name.
 constexpr const char* kStart = "m_StartZelDaemonService";
@@ -390,7 +390,7 @@ std::string TCZelDaemonStateManager::m_ToString(EZelState state) {
 
 bool TCZelDaemonStateManager::m_InitDbusConnection() {
     TCDbusError error;
-    std::unique_ptr<DBusConnection, SConnectionRelease> connection(
+    std::unique_ptr<DBusConnection, TSConnectionRelease> connection(
         dbus_bus_get(DBUS_BUS_SYSTEM, error.Get()));
     if (error.IsSet()) {
         ZEL_LOG_ERROR("Dbus Connection Error errMsg(%s)", error.Message());

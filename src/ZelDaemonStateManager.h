@@ -105,7 +105,7 @@ public:
     static std::string m_ToString(EZelState state);
 
 private:
-    struct SConnectionRelease {
+    struct TSConnectionRelease {
         void operator()(DBusConnection* connection) const { dbus_connection_unref(connection); }
     };
 
@@ -125,7 +125,7 @@ private:
     bool m_CheckFileIsLink(const char* path);
     void m_CreateRestartFile();
 
-    std::unique_ptr<DBusConnection, SConnectionRelease> m_connection;
+    std::unique_ptr<DBusConnection, TSConnectionRelease> m_connection;
     std::recursive_mutex m_mutex;
     std::vector<IZelDaemonStateListener*> m_listeners;
     EZelState m_zelState = STATE_UNDEFINED;
