@@ -3,14 +3,16 @@
 # What a fresh Debian 12 lacks. Sourced after say.sh.
 
 # To build, and to boot the television.
+# shellcheck disable=SC2034  # for the script that sources this
 run_packages=(
     g++ cmake ninja-build pkg-config
     libglib2.0-dev libdbus-1-dev libsdbus-c++-dev libsystemd-dev
-    dbus systemd systemd-container util-linux
+    dbus systemd systemd-container mount util-linux
     python3 python3-dbus
 )
 
 # To test, on top of that.
+# shellcheck disable=SC2034  # for the script that sources this
 test_packages=(
     libgtest-dev libgmock-dev
     clang-format clang-tidy shellcheck

@@ -17,7 +17,8 @@ fail() {
 forbidden() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
     printf '%s\n' \
-        'The television needs root, CAP_SYS_ADMIN and CAP_NET_ADMIN, and mounts and namespaces that nothing filters.' \
+        'A television needs root with all its capabilities (CAP_SYS_ADMIN above all) and the right to mount and to' \
+        'make namespaces, which neither seccomp nor AppArmor may filter.' \
         'On a machine: run it as root, or install sudo. In a container: start that with' \
         '    docker run --privileged ...       or       podman run --privileged ... (as root)' >&2
     exit 77

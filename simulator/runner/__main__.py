@@ -2,8 +2,8 @@
 """Walks through a scenario inside the box, narrates each step with how long it took, and stops at the first that
 does not hold.
 
-    runner SCENARIO              a name below ../scenarios, or a path
-    runner --false SCENARIO      every step must fail to hold: shows that the sentences notice what they are for
+    runner SCENARIO              a name below ../scenarios
+    runner --false SCENARIO      lines that begin with '!' must not hold: shows that the sentences notice something
     runner --sentences           what a scenario may say
 """
 
@@ -18,6 +18,8 @@ from world import Failed, World
 
 _SCENARIOS = pathlib.Path(__file__).resolve().parent.parent / "scenarios"
 _SHOWN_LINES = 60
+_LIMIT = 20          # seconds that anything may take
+_FALSE_LIMIT = 0.3   # seconds until what must not be seen counts as not seen
 
 
 class Script:
@@ -42,20 +44,20 @@ class Script:
     def check(self):
         """Refuses a scenario with a line that means nothing, before anything has happened."""
         wrong = [f"{name}, line {number}: {text}" for name, number, text in self.lines
-                 if not text.startswith("==") and steps.find(text) is None]
+                 if not text.startswith("==") and steps.find(text.removeprefix("! ")) is None]
         if wrong:
             raise SystemExit("no sentence, or more than one, for\n  " + "\n  ".join(wrong))
 
 
 def _explain(world, failure):
-    print(f"      expected: {failure.expected}")
-    print(f"      seen:     {failure.seen}")
+    print(f"      expected: {getattr(failure, 'expected', 'no error')}")
+    print(f"      seen:     {getattr(failure, 'seen', repr(failure))}")
     world.journal.read_all()
     entries = world.journal.entries[world.mark:]
     if len(entries) > _SHOWN_LINES:
-        print(f"      the journal since the chapter began ({len(entries)} lines, the last {_SHOWN_LINES}):")
+        print(f"      what counts of the journal ({len(entries)} lines, the last {_SHOWN_LINES}):")
     else:
-        print("      the journal since the chapter began:")
+        print("      what counts of the journal:")
     for entry in entries[-_SHOWN_LINES:]:
         print(f"        {entry}")
 
@@ -64,17 +66,17 @@ def _walk(script, world):
     """Does every step; tells whether all held."""
     current = None
     for name, number, text in script.lines:
-        if current not in (None, name):
+        if current != name:
             world.end_all()
-        current = name
-        if text.startswith("=="):
             world.mark_now()
+            current = name
+        if text.startswith("=="):
             print(f"\n{text.lstrip('= ')}", flush=True)
             continue
         began = time.monotonic()
         try:
             steps.find(text)(world)
-        except Failed as failure:
+        except Exception as failure:  # whatever it is, the journal helps  # pylint: disable=broad-except
             print(f"  FAILED   {name}, line {number}: {text}")
             _explain(world, failure)
             return False
@@ -83,18 +85,21 @@ def _walk(script, world):
 
 
 def _walk_false(script, world):
-    """Does every step that begins with '!', which must fail, and every other one, which must not."""
+    """Does every step; one that begins with '!' must fail, any other must not."""
     for name, number, text in script.lines:
-        wanted = not text.startswith("!")
+        if text.startswith("=="):
+            continue
+        wanted = not text.startswith("! ")
+        world.limit = _LIMIT if wanted else _FALSE_LIMIT
         try:
-            steps.find(text.lstrip("! "))(world)
+            steps.find(text.removeprefix("! "))(world)
             held = True
-        except Failed:
+        except (Failed, OSError):
             held = False
+        print(f"  {'holds  ' if held else 'noticed'}  {text}", flush=True)
         if held != wanted:
-            print(f"  FAILED   {name}, line {number}: this {'held' if held else 'did not hold'}: {text}")
+            print(f"  FAILED   {name}, line {number}: this {'held' if held else 'did not hold'}")
             return False
-        print(f"  {'held    ' if held else 'noticed '} {text}", flush=True)
     return True
 
 
@@ -102,7 +107,7 @@ def main():
     parser = argparse.ArgumentParser(prog="runner", description="Walks through a scenario.")
     parser.add_argument("scenario", nargs="?")
     parser.add_argument("--sentences", action="store_true", help="list what a scenario may say")
-    parser.add_argument("--limit", type=float, default=20, help="seconds that anything may take (20)")
+    parser.add_argument("--false", action="store_true", help="lines that begin with '!' must fail")
     arguments = parser.parse_args()
     if arguments.sentences:
         for sentence, meaning in steps.sentences():
@@ -110,13 +115,13 @@ def main():
         return 0
     if not arguments.scenario:
         parser.error("which scenario?")
-    path = pathlib.Path(arguments.scenario)
-    script = Script(path if path.suffix else _SCENARIOS / f"{arguments.scenario}.scenario")
+    path = _SCENARIOS / f"{arguments.scenario}.scenario"
+    script = Script(path)
     script.check()
-    world = World(arguments.limit)
+    world = World(_LIMIT)
     began = time.monotonic()
     try:
-        held = _walk(script, world)
+        held = (_walk_false if arguments.false else _walk)(script, world)
     finally:
         world.end_all()
     print(f"\n{'all of' if held else 'not all of'} {path.stem} held, {time.monotonic() - began:.1f} s")

@@ -6,6 +6,7 @@ import pathlib
 import re
 import signal
 import struct
+import subprocess
 
 from steps import step
 from world import Client, Failed, Program, session_table
@@ -87,7 +88,7 @@ def name_belongs(world, name, unit):
                lambda seen: seen["owner"] == seen["main process"] != 0)
 
 
-@step("name {name} belongs to nobody")
+@step("name {name} is free")
 def name_free(world, name):
     """Waits until nobody owns the bus name."""
     world.wait(f"{name} has no owner", lambda: world.owner_pid(name), lambda seen: seen == 0)
@@ -100,13 +101,21 @@ def client_comes(world, client):
     """Starts an application: a process with a bus connection of its own."""
     if client in world.clients:
         raise Failed(f"no client {client} yet", "there is one")
-    world.clients[client] = Client(world.limit)
+    world.clients[client] = Client()
+
+
+@step("client {client} comes as {user}")
+def client_comes_as(world, client, user):
+    """The same, as another user than root."""
+    if client in world.clients:
+        raise Failed(f"no client {client} yet", "there is one")
+    world.clients[client] = Client(user)
 
 
 @step("client {client} leaves")
 def client_leaves(world, client):
     """Ends an application."""
-    world.client(client).leave()
+    world.client(client).leave(world.limit)
     del world.clients[client]
 
 
@@ -133,14 +142,14 @@ def _expect_error(outcome, error):
 def client_calls(world, client, method, ints):
     """Calls an IPC method; the reply must be exactly those integers."""
     world.client(client).send(method=method)
-    _expect_ints(world.client(client).receive(), ints)
+    _expect_ints(world.client(client).receive(world.limit), ints)
 
 
 @step("client {client} calls method {method:number}: error {error}")
 def client_calls_error(world, client, method, error):
     """Calls an IPC method; the answer must be that D-Bus error."""
     world.client(client).send(method=method)
-    _expect_error(world.client(client).receive(), error)
+    _expect_error(world.client(client).receive(world.limit), error)
 
 
 @step("client {client} begins to call method {method:number}")
@@ -152,21 +161,21 @@ def client_begins(world, client, method):
 @step("client {client} is answered {ints:rest}")
 def client_is_answered(world, client, ints):
     """Waits for the reply to a call that was begun."""
-    _expect_ints(world.client(client).receive(), ints)
+    _expect_ints(world.client(client).receive(world.limit), ints)
 
 
 @step("client {client} calls IPC interface {interface}: error {error}")
 def client_calls_interface(world, client, interface, error):
     """Calls method 0 of another IPC interface."""
     world.client(client).send(interface=interface)
-    _expect_error(world.client(client).receive(), error)
+    _expect_error(world.client(client).receive(world.limit), error)
 
 
 @step("client {client} calls with signature {signature:text}: error {error}")
 def client_calls_malformed(world, client, signature, error):
     """Calls the D-Bus method with arguments it does not take."""
     world.client(client).send(signature=signature)
-    _expect_error(world.client(client).receive(), error)
+    _expect_error(world.client(client).receive(world.limit), error)
 
 
 # The daemon's log
@@ -298,18 +307,6 @@ def remove(_world, path):
     os.unlink(path)
 
 
-@step("make folder {path}")
-def make_folder(_world, path):
-    """Makes a folder, where a file is expected."""
-    os.mkdir(path)
-
-
-@step("remove folder {path}")
-def remove_folder(_world, path):
-    """Removes an empty folder."""
-    os.rmdir(path)
-
-
 @step("remember {path}")
 def remember(world, path):
     """Keeps the bytes of a file, to be compared later."""
@@ -334,9 +331,22 @@ def state_file_holds(world, clients):
 
 # Other programs
 
+@step("run {command:rest}")
+def run(world, command):
+    """Runs a command and waits for its end; it must succeed."""
+    try:
+        done = subprocess.run(command.split(), capture_output=True, text=True, timeout=world.limit, check=False)
+    except subprocess.TimeoutExpired:
+        raise Failed(f"'{command}' ends", f"it still ran after {world.limit} s") from None
+    if done.returncode != 0:
+        raise Failed(f"'{command}' succeeds", f"status {done.returncode}, {done.stderr.strip()}")
+
+
 @step("program {program} runs {command:rest}")
 def program_runs(world, program, command):
     """Starts a program of the box beside everything else; what it prints is collected."""
+    if program in world.programs:
+        raise Failed(f"no program {program} yet", "there is one")
     world.programs[program] = Program(command.split())
 
 
@@ -361,6 +371,13 @@ def program_still_runs(world, program):
     """It has not ended."""
     if not world.program(program).runs():
         raise Failed("it runs", "it has ended")
+
+
+@step("program {program} ends")
+def program_ends(world, program):
+    """Waits until it has ended by itself."""
+    world.wait("it ends", world.program(program).runs, lambda seen: not seen)
+    world.programs.pop(program).kill()
 
 
 @step("program {program} is killed")

@@ -17,7 +17,8 @@ from journal import Journal
 
 SERVICE_FOLDER = pathlib.Path("/run/zel-platform/service")
 _SYSTEMD = ("org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager")
-_POLL = 0.005
+_POLL = 0.005          # seconds between two looks
+_START_LIMIT = 30      # seconds for the start of a client
 
 
 class Failed(Exception):
@@ -32,12 +33,11 @@ class Failed(Exception):
 class Client:
     """An application process of the scenario."""
 
-    def __init__(self, limit):
-        self._limit = limit
+    def __init__(self, user=None):
         self._process = subprocess.Popen(
             [sys.executable, str(pathlib.Path(__file__).with_name("client.py"))],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self.name = self._hear()["name"]
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, user=user)
+        self.name = self.receive(_START_LIMIT)["name"]
         self.pid = self._process.pid
         self.program = os.path.basename(os.readlink(f"/proc/{self.pid}/exe"))
 
@@ -47,36 +47,30 @@ class Client:
         self._process.stdin.write(json.dumps(call) + "\n")
         self._process.stdin.flush()
 
-    def receive(self):
+    def receive(self, limit):
         """The outcome of the oldest call that was sent and not received."""
-        return self._hear()
-
-    def leave(self):
-        """Ends the application the way a program ends by itself."""
-        self._process.stdin.close()
-        self._collect()
-
-    def kill(self):
-        """Ends the application without a chance to say good-bye."""
-        self._process.kill()
-        self._collect()
-
-    def _collect(self):
-        try:
-            self._process.wait(self._limit)
-        except subprocess.TimeoutExpired:
-            self._process.kill()
-            self._process.wait()
-            raise Failed("the client's process ends", f"it still ran after {self._limit} s") from None
-        self._process.stdout.close()
-
-    def _hear(self):
-        if not select.select([self._process.stdout], [], [], self._limit)[0]:
-            raise Failed("the client hears something", f"nothing within {self._limit} s")
+        if not select.select([self._process.stdout], [], [], limit)[0]:
+            raise Failed("the client hears something", f"nothing within {limit} s")
         line = self._process.stdout.readline()
         if not line:
             raise Failed("the client hears something", "its process ended")
         return json.loads(line)
+
+    def leave(self, limit):
+        """Ends the application the way a program ends by itself."""
+        self._process.stdin.close()
+        try:
+            self._process.wait(limit)
+        except subprocess.TimeoutExpired:
+            raise Failed("the client's process ends", f"it still ran after {limit} s") from None
+        finally:
+            self.kill()
+
+    def kill(self):
+        """Ends the application without a chance to say good-bye."""
+        self._process.kill()
+        self._process.wait()
+        self._process.stdout.close()
 
 
 class Program:

@@ -72,8 +72,7 @@ void StandIn::notify(NotifyResult&& result, std::int32_t trigger, std::int32_t s
     journalInfo("Notify(trigger " + std::to_string(trigger) + ", source " + std::to_string(source) +
                 ", plug state " + std::to_string(sourcePlugState) + ", value " + std::to_string(value) + ")" +
                 now());
-    if (misbehaves("notify")) {
-        m_unansweredNotifications.push_back(std::move(result));
+    if (isKeptSilent("notify")) {
         return;
     }
     result.returnResults(m_wishes.number("notify-result", 1));
@@ -81,8 +80,7 @@ void StandIn::notify(NotifyResult&& result, std::int32_t trigger, std::int32_t s
 
 void StandIn::terminate(TerminateResult&& result) {
     journalInfo("Terminate()" + now());
-    if (misbehaves("terminate")) {
-        m_unansweredTerminations.push_back(std::move(result));
+    if (isKeptSilent("terminate")) {
         return;
     }
     const std::int32_t outcome = m_wishes.number("terminate-result", 1);
@@ -93,8 +91,9 @@ void StandIn::terminate(TerminateResult&& result) {
     }
 }
 
-// Does what it is told to do instead of answering, or before it; tells whether there is to be no answer.
-bool StandIn::misbehaves(const std::string& call) {
+// Does what it is told to do instead of answering, or before it; tells whether there is to be no answer: a
+// result that is dropped is never sent.
+bool StandIn::isKeptSilent(const std::string& call) {
     std::this_thread::sleep_for(m_wishes.duration("delay-ms"));
     if (m_wishes.names("crash-in", call)) {
         journalError("crashing in " + call + " as told");

@@ -40,14 +40,11 @@ private:
     void notify(NotifyResult&& result, std::int32_t trigger, std::int32_t source,
                 std::int32_t sourcePlugState, std::int32_t value);
     void terminate(TerminateResult&& result);
-    bool misbehaves(const std::string& call);
+    bool isKeptSilent(const std::string& call);
 
     ControlFiles m_wishes;
     std::unique_ptr<sdbus::IConnection> m_connection;
     std::unique_ptr<sdbus::IObject> m_object;
-    // Calls that are never answered: dropping a result would answer it with an error.
-    std::vector<NotifyResult> m_unansweredNotifications;
-    std::vector<TerminateResult> m_unansweredTerminations;
 };
 
 #endif
