@@ -7,6 +7,7 @@
 #include "support/PrivateBus.h"
 #include "support/ScriptedSystemd.h"
 #include "support/StateManagerWorld.h"
+#include "support/Wait.h"
 
 using fakes::FakeDlog;
 using testing::Contains;
@@ -113,8 +114,7 @@ TEST_F(ZelDaemonStateManagerBusTest, ABusThatDiesWhileTheManagerIsAskedFailsTheS
     systemd->answerWith(ScriptedSystemd::Answer::Never);
     auto manager = bornAfterTermination();
     std::thread end([this, &systemd] {
-        while (systemd->takeCalls().empty()) {
-        }
+        becomesTrue([&systemd] { return !systemd->takeCalls().empty(); });
         m_bus.stop();
     });
 
