@@ -51,13 +51,12 @@ FileDescriptor openFolder(const KeyPath& path, IfMissing ifMissing) {
     return folder;
 }
 
-bool isRegularAndNotTooLarge(const FileDescriptor& file) {
+bool isRegular(const FileDescriptor& file) {
     struct stat status {};
-    return fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-           status.st_size <= static_cast<off_t>(kLargestFile);
+    return fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// Whole or not at all; what has grown over the limit since its size was asked for is not read either.
+// Whole or not at all. The size that the file claims to have is not asked for: it may grow meanwhile.
 bool readAll(const FileDescriptor& file, std::string& contents) {
     std::string part(4096, '\0');
     for (;;) {
@@ -141,7 +140,7 @@ Value load(const KeyPath& path) {
     const FileDescriptor file(
         openat(folder.get(), path.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     std::string contents;
-    return file && isRegularAndNotTooLarge(file) && readAll(file, contents) ? decode(contents) : Value();
+    return file && isRegular(file) && readAll(file, contents) ? decode(contents) : Value();
 }
 
 bool save(const KeyPath& path, const Value& value) {
