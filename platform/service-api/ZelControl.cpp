@@ -76,7 +76,7 @@ int ZelControl::call(const char* method, const std::function<void(sdbus::MethodC
         sdbus::MethodReply reply = proxy->callMethod(message, deadline.remaining());
         return read(reply);
     } catch (const std::exception& error) {
-        logError(std::string(method) + ": the service could not be reached: " + error.what());
+        logError(std::string(method) + ": the service gave no valid answer: " + error.what());
         return kCommunicationFailed;
     }
 }

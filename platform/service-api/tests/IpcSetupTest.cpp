@@ -11,7 +11,6 @@
 #include "IpcWorld.h"
 #include "support/PrivateBus.h"
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
