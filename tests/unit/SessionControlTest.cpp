@@ -9,10 +9,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <thread>
 
 #include "ZelDaemonStateManager.h"
@@ -101,6 +105,30 @@ extern "C" int __wrap_clock_gettime(clockid_t clock, timespec* time) {
     }
     *time = clockReading;
     return clockResult;
+}
+
+namespace {
+
+// The largest piece of memory asked for since it was last set to 0.
+std::atomic<std::size_t> largestAllocation{0};
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    largestAllocation = std::max(largestAllocation.load(), size);
+    void* memory = std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
 }
 
 // Construction
@@ -533,6 +561,18 @@ TEST_F(SessionControlTest, ALengthThatTheFileCannotHoldEndsTheLoad) {
             EXPECT_EQ(FakeDlog::messages(kError), std::vector<std::string>{"Can not load session state"});
             EXPECT_EQ(tableAfterOneMore(), number(2) + good + session("~", "", ""));
         }
+    }
+}
+
+TEST_F(SessionControlTest, NothingIsAllocatedForALengthThatTheFileCannotHold) {
+    for (const int length : {INT_MAX, 1 << 30, 1 << 20}) {
+        const std::string content = number(1) + number(length) + "xy";
+        writeFile(kState, content);
+        largestAllocation = 0;
+
+        TCSessionControl control(m_manager);
+
+        EXPECT_LT(largestAllocation, 100'000U);
     }
 }
 

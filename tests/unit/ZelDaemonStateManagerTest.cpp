@@ -126,6 +126,22 @@ extern "C" int __wrap_usleep(useconds_t microseconds) {
     return 0;
 }
 
+namespace {
+
+bool statsAreBroken = false;
+
+}  // namespace
+
+extern "C" int __real_lstat(const char* path, struct stat* status);
+extern "C" int __wrap_lstat(const char* path, struct stat* status);
+extern "C" int __wrap_lstat(const char* path, struct stat* status) {
+    if (!statsAreBroken) {
+        return __real_lstat(path, status);
+    }
+    errno = EIO;
+    return -1;
+}
+
 // Construction
 
 TEST_F(ZelDaemonStateManagerTest, AFreshBootIsLoggedMarkedAndRunningUninitialized) {
@@ -914,6 +930,26 @@ TEST_F(ZelDaemonStateManagerTest, ALinkAtTheRestartMarkerIsLeftUntouched) {
                     "File /tmp/zel_restart is symlink!", "File /tmp/zel_restart is symlink! Do nothing!"));
     EXPECT_EQ(readFile("/tmp/victim"), "precious");
     EXPECT_TRUE(std::filesystem::is_symlink("/tmp/zel_restart"));
+}
+
+TEST_F(ZelDaemonStateManagerTest, ARestartMarkerWhoseStatsCannotBeReadIsLoggedAndCreated) {
+    auto manager = bornIn(STATE_RUNNING);
+    statsAreBroken = true;
+
+    EXPECT_TRUE(requestTerminate(*manager).result);
+
+    statsAreBroken = false;
+    EXPECT_EQ(FakeDlog::count(kError, "Cannot read file /tmp/zel_restart stats!"), 1U);
+    EXPECT_EQ(FakeDlog::lines().back().function(), "m_CheckFileIsLink");
+    EXPECT_TRUE(exists("/tmp/zel_restart"));
+}
+
+TEST_F(ZelDaemonStateManagerTest, AMissingRestartMarkerIsNoReadError) {
+    auto manager = bornIn(STATE_RUNNING);
+
+    EXPECT_TRUE(requestTerminate(*manager).result);
+
+    EXPECT_EQ(FakeDlog::count(kError, "Cannot read file /tmp/zel_restart stats!"), 0U);
 }
 
 TEST_F(ZelDaemonStateManagerTest, ARestartMarkerThatCannotBeCreatedIsAssertedWithoutItsLine) {
