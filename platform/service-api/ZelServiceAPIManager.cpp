@@ -42,7 +42,7 @@ ZelServiceAPIManager::ZelServiceAPIManager() : m_impl(std::make_unique<Impl>()) 
 // stays.
 ZelServiceAPIManager::~ZelServiceAPIManager() {
     if (m_impl->server != nullptr && m_impl->server->isDispatchingHere()) {
-        (void)m_impl.release();
+        [[maybe_unused]] static const Impl* const kept = m_impl.release();
     }
 }
 

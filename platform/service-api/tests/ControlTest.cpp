@@ -21,17 +21,17 @@ using testing::Le;
 using testing::SizeIs;
 
 // Stands before the clock of the library and of this file: a test may let time pass at once.
+std::chrono::steady_clock::time_point realNow() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point advancedNow() asm("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+
 namespace {
-std::atomic<std::int64_t> g_clockAdvance{0};
+
+std::atomic<int> g_secondsAhead{0};
+
 }  // namespace
 
-extern "C" {
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the linker calls it so
-std::chrono::steady_clock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the linker calls it so
-std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-    return __real__ZNSt6chrono3_V212steady_clock3nowEv() + std::chrono::seconds(g_clockAdvance);
-}
+std::chrono::steady_clock::time_point advancedNow() {
+    return realNow() + std::chrono::seconds(g_secondsAhead);
 }
 
 namespace {
@@ -41,7 +41,7 @@ protected:
     ~ControlTest() override {
         ZelServiceAPI::DestroyZelControl();
         BusCallSpy::set(nullptr);
-        g_clockAdvance = 0;
+        g_secondsAhead = 0;
     }
 
     static IZelControl* create() {
@@ -576,7 +576,7 @@ TEST_F(ControlWaitTest, AUnitThatCouldNotBeReadIsLookedAtAgain) {
 
 TEST_F(ControlWaitTest, AServiceThatDoesNotComeIsGivenUpAfterTenSeconds) {
     const FakeSystemd systemd([](int look) -> Unit {
-        g_clockAdvance = look * 3;
+        g_secondsAhead = look * 3;
         return {"activating", 7};
     });
 
@@ -592,7 +592,7 @@ TEST_F(ControlWaitTest, NoCallToTheBusMayLastLongerThanWhatIsLeftOfTheTenSeconds
     std::vector<std::uint64_t> limits;
     const FakeSystemd systemd([&](int now) -> Unit {
         look = now;
-        g_clockAdvance = now * 4;
+        g_secondsAhead = now * 4;
         return {"activating", 7};
     });
     const std::thread::id self = std::this_thread::get_id();
@@ -634,7 +634,7 @@ TEST_F(ControlWaitTest, WithoutSystemdAndServiceItGivesUpAfterTenSeconds) {
     int asked = 0;
     BusCallSpy::set([&](BusCallSpy::Call& call) {
         if (call.member == "NameHasOwner") {
-            g_clockAdvance = ++asked;
+            g_secondsAhead = ++asked;
         }
     });
 

@@ -73,7 +73,7 @@ private:
         object->registerProperty("ActiveState")
             .onInterface("org.freedesktop.systemd1.Unit")
             .withGetter([this] {
-                const std::string state = m_state.activeState;
+                std::string state = m_state.activeState;
                 countRead();
                 return state;
             });
