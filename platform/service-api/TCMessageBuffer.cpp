@@ -20,7 +20,7 @@ void TCMessageBuffer::PushLongLong(long long value) {
     WriteConcatenated(sizeof value, &value, -1);
 }
 
-bool TCMessageBuffer::WriteConcatenated(unsigned long length, const void* data, int offset) {
+bool TCMessageBuffer::WriteConcatenated(unsigned long length, void* data, int offset) {
     if (offset < -1) {
         return false;
     }
@@ -38,15 +38,15 @@ bool TCMessageBuffer::WriteConcatenated(unsigned long length, const void* data, 
     return true;
 }
 
-bool TCMessageBuffer::ReadInt(int* out, unsigned int offset) const {
+bool TCMessageBuffer::ReadInt(int* out, unsigned int offset) {
     return ReadConcatenated(sizeof *out, out, offset);
 }
 
-bool TCMessageBuffer::ReadLongLong(long long* out, unsigned int offset) const {
+bool TCMessageBuffer::ReadLongLong(long long* out, unsigned int offset) {
     return ReadConcatenated(sizeof *out, out, offset);
 }
 
-bool TCMessageBuffer::ReadConcatenated(unsigned long length, void* out, unsigned int offset) const {
+bool TCMessageBuffer::ReadConcatenated(unsigned long length, void* out, unsigned int offset) {
     if (!Holds(length, offset)) {
         return false;
     }

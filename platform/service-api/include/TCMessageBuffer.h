@@ -33,13 +33,13 @@ public:
      * @return false, with nothing written, when @p offset is below -1 or past the end of the content, or when
      *         the content would exceed 2^31 - 1 bytes
      */
-    bool WriteConcatenated(unsigned long length, const void* data, int offset);
+    bool WriteConcatenated(unsigned long length, void* data, int offset);
 
     /** Reads the 4-byte integer at @p offset into @p out. @return whether the content holds all of it */
-    bool ReadInt(int* out, unsigned int offset) const;
+    bool ReadInt(int* out, unsigned int offset);
 
     /** Reads the 8-byte integer at @p offset into @p out. @return whether the content holds all of it */
-    bool ReadLongLong(long long* out, unsigned int offset) const;
+    bool ReadLongLong(long long* out, unsigned int offset);
 
     /**
      * Reads @p length bytes at @p offset into @p out, which must have room for them. Nothing is allocated.
@@ -47,7 +47,7 @@ public:
      *
      * @return whether the content holds all of them
      */
-    bool ReadConcatenated(unsigned long length, void* out, unsigned int offset) const;
+    bool ReadConcatenated(unsigned long length, void* out, unsigned int offset);
 
     /** Makes the content @p size bytes long; bytes that are new are zero. */
     void Resize(unsigned int size);

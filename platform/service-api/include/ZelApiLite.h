@@ -32,8 +32,10 @@ public:
     IpcConfiguration(std::string interfaceBusName, std::string objectPath);
     virtual ~IpcConfiguration() = default;
 
-    /** Whether calls are dispatched on the GLib default main context. Linux has only the thread of the
-     * library. */
+    /**
+     * Whether calls are dispatched on the GLib default main context. False here: Linux has only the thread of the
+     * library, and ZelServiceAPIManager::Setup ends the process when an overriding configuration says true.
+     */
     virtual bool ProcessMethodCallInDefaultContext() const;
 
     /** Bus name that the process takes, "com.brenlow.ZELLite". */
@@ -42,10 +44,10 @@ public:
     /** D-Bus interfaces under which the IPC method is found: the one given to the constructor. */
     virtual std::vector<std::string> InterfaceBusNameList() const;
 
-    /** Not modelled on Linux. */
+    /** Not modelled on Linux: ends the process, naming itself. */
     virtual long long StartCallTimestamp() const;
 
-    /** Not modelled on Linux. */
+    /** Not modelled on Linux: ends the process, naming itself. */
     virtual std::string GetServiceProcessName() const;
 
     /** D-Bus object that carries the IPC method. */

@@ -21,7 +21,8 @@ class ZelServiceAPIManager {
 public:
     /**
      * Connects to the system bus and takes the bus name of @p configuration. Calls that arrive from now on
-     * wait until StartNativeAPI.
+     * wait until StartNativeAPI. A configuration that wants calls on the default main context ends the process: Linux
+     * has no such dispatching.
      *
      * @return false when there is no bus or the name is taken; the process then has no IPC, and may try again
      */

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "BusCallSpy.h"
 #include "FreshProcess.h"
 #include "IpcWorld.h"
 #include "support/PrivateBus.h"
@@ -338,6 +339,30 @@ TEST(IpcConnectionsTest, AConnectionThatLeavesBetweenSetupAndStartIsReported) {
     });
 }
 
+TEST(IpcConnectionsTest, AConnectionThatComesDuringSetupIsKnownUntilItLeaves) {
+    inFreshProcess([] {
+        const PrivateBus bus;
+        observe(std::make_unique<RecordingObserver>("only"));
+        std::unique_ptr<Client> newcomer;
+        BusCallSpy::set([&](BusCallSpy::Call& call) {
+            if (call.member == "ListNames" && newcomer == nullptr) {
+                newcomer = std::make_unique<Client>();
+            }
+        });
+        ASSERT_TRUE(setUpIpc());
+        startIpc();
+        Client client;
+        client.call(0, "");
+        const std::vector<std::string> before = record().eventsWith("only removed");
+        const std::string name = newcomer->name();
+
+        newcomer.reset();
+
+        EXPECT_TRUE(record().waitFor("only removed " + name + " 0"));
+        EXPECT_THAT(before, IsEmpty());
+    });
+}
+
 TEST(IpcConnectionsTest, StrangersComingAndGoingAreNotReported) {
     inFreshProcess([] {
         const Observed observed;
@@ -404,6 +429,11 @@ TEST(IpcConnectionsTest, WhenTheBusIsLostEverybodyKnownIsReportedAndNobodyElse) 
         Client caller;
         caller.call(0, "");
         const Client stranger;
+        auto departed = std::make_unique<Client>();
+        const std::string departure = "only removed " + departed->name() + " " + ownPid();
+        departed->call(0, "");
+        departed.reset();
+        ASSERT_TRUE(record().waitFor(departure));
 
         bus.stop();
 
@@ -412,7 +442,7 @@ TEST(IpcConnectionsTest, WhenTheBusIsLostEverybodyKnownIsReportedAndNobodyElse) 
         bus.start();
         Client watcher;
         ASSERT_TRUE(watcher.waitForServer());
-        EXPECT_THAT(record().eventsWith("only removed"), SizeIs(2));
+        EXPECT_THAT(record().eventsWith("only removed"), SizeIs(3));
     });
 }
 

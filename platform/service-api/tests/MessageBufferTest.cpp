@@ -12,9 +12,14 @@
 
 namespace {
 
+// Writes from memory that may be written to, as the buffer's interface wants it.
+bool write(TCMessageBuffer& buffer, unsigned long length, std::string bytes, int offset) {
+    return buffer.WriteConcatenated(length, bytes.data(), offset);
+}
+
 TCMessageBuffer bufferOf(const std::string& bytes) {
     TCMessageBuffer buffer;
-    buffer.WriteConcatenated(bytes.size(), bytes.data(), -1);
+    write(buffer, bytes.size(), bytes, -1);
     return buffer;
 }
 
@@ -57,7 +62,7 @@ TEST(MessageBufferTest, ALongLongIsEightBytesInNativeOrder) {
 TEST(MessageBufferTest, ContentFollowsWithoutPaddingAndIsReadUnaligned) {
     TCMessageBuffer buffer;
 
-    buffer.WriteConcatenated(1, "x", -1);
+    write(buffer, 1, "x", -1);
     buffer.PushInt(7);
     buffer.PushLongLong(-9);
 
@@ -116,7 +121,7 @@ TEST(MessageBufferTest, AnEmptyBufferHoldsNoInteger) {
 }
 
 TEST(MessageBufferTest, BytesAreReadFromTheirOffset) {
-    const TCMessageBuffer buffer = bufferOf("abcdef");
+    TCMessageBuffer buffer = bufferOf("abcdef");
     std::array<char, 4> out{};
 
     const bool read = buffer.ReadConcatenated(3, out.data(), 2);
@@ -126,7 +131,7 @@ TEST(MessageBufferTest, BytesAreReadFromTheirOffset) {
 }
 
 TEST(MessageBufferTest, BytesAcrossTheEndFailAndLeaveTheDestination) {
-    const TCMessageBuffer buffer = bufferOf("abcdef");
+    TCMessageBuffer buffer = bufferOf("abcdef");
     std::array<char, 8> out{"-------"};
 
     const bool read = buffer.ReadConcatenated(5, out.data(), 2);
@@ -136,7 +141,7 @@ TEST(MessageBufferTest, BytesAcrossTheEndFailAndLeaveTheDestination) {
 }
 
 TEST(MessageBufferTest, ReadingNothingSucceedsInTheContentAndAtItsEndAndFailsPastIt) {
-    const TCMessageBuffer buffer = bufferOf("abc");
+    TCMessageBuffer buffer = bufferOf("abc");
     char out = '-';
 
     EXPECT_TRUE(buffer.ReadConcatenated(0, &out, 0));
@@ -148,7 +153,7 @@ TEST(MessageBufferTest, ReadingNothingSucceedsInTheContentAndAtItsEndAndFailsPas
 }
 
 TEST(MessageBufferTest, ALengthThatWasNegativeOrIsHugeFailsAtEveryOffset) {
-    const TCMessageBuffer buffer = bufferOf("abcdefghijklmnop");
+    TCMessageBuffer buffer = bufferOf("abcdefghijklmnop");
 
     for (const unsigned long length :
          {kMinusOne, kMinusOne - 11, 0x7fffffffUL, 0x80000000UL, 0xffffffffUL, 17UL}) {
@@ -161,7 +166,7 @@ TEST(MessageBufferTest, ALengthThatWasNegativeOrIsHugeFailsAtEveryOffset) {
 }
 
 TEST(MessageBufferTest, AnOffsetNearTheTopDoesNotWrapIntoTheContent) {
-    const TCMessageBuffer buffer = bufferOf("abcdefgh");
+    TCMessageBuffer buffer = bufferOf("abcdefgh");
     char out = '-';
 
     EXPECT_FALSE(buffer.ReadConcatenated(2, &out, 0xffffffffU));
@@ -173,7 +178,7 @@ TEST(MessageBufferTest, AnOffsetNearTheTopDoesNotWrapIntoTheContent) {
 TEST(MessageBufferTest, WritingAtMinusOneAppends) {
     TCMessageBuffer buffer = bufferOf("abc");
 
-    const bool written = buffer.WriteConcatenated(2, "de", -1);
+    const bool written = write(buffer, 2, "de", -1);
 
     EXPECT_TRUE(written);
     EXPECT_EQ(contentOf(buffer), "abcde");
@@ -182,7 +187,7 @@ TEST(MessageBufferTest, WritingAtMinusOneAppends) {
 TEST(MessageBufferTest, WritingInsideTheContentReplaces) {
     TCMessageBuffer buffer = bufferOf("abcdef");
 
-    const bool written = buffer.WriteConcatenated(2, "XY", 1);
+    const bool written = write(buffer, 2, "XY", 1);
 
     EXPECT_TRUE(written);
     EXPECT_EQ(contentOf(buffer), "aXYdef");
@@ -191,7 +196,7 @@ TEST(MessageBufferTest, WritingInsideTheContentReplaces) {
 TEST(MessageBufferTest, WritingAcrossTheEndGrowsTheContent) {
     TCMessageBuffer buffer = bufferOf("abc");
 
-    const bool written = buffer.WriteConcatenated(3, "XYZ", 2);
+    const bool written = write(buffer, 3, "XYZ", 2);
 
     EXPECT_TRUE(written);
     EXPECT_EQ(contentOf(buffer), "abXYZ");
@@ -200,7 +205,7 @@ TEST(MessageBufferTest, WritingAcrossTheEndGrowsTheContent) {
 TEST(MessageBufferTest, WritingAtTheEndAppends) {
     TCMessageBuffer buffer = bufferOf("abc");
 
-    const bool written = buffer.WriteConcatenated(1, "d", 3);
+    const bool written = write(buffer, 1, "d", 3);
 
     EXPECT_TRUE(written);
     EXPECT_EQ(contentOf(buffer), "abcd");
@@ -210,8 +215,8 @@ TEST(MessageBufferTest, WritingPastTheEndOrBelowMinusOneChangesNothing) {
     TCMessageBuffer buffer = bufferOf("abc");
 
     for (const int offset : {4, INT_MAX, -2, INT_MIN}) {
-        EXPECT_FALSE(buffer.WriteConcatenated(1, "X", offset)) << offset;
-        EXPECT_FALSE(buffer.WriteConcatenated(0, "X", offset)) << offset;
+        EXPECT_FALSE(write(buffer, 1, "X", offset)) << offset;
+        EXPECT_FALSE(write(buffer, 0, "X", offset)) << offset;
     }
     EXPECT_EQ(contentOf(buffer), "abc");
 }
@@ -219,9 +224,9 @@ TEST(MessageBufferTest, WritingPastTheEndOrBelowMinusOneChangesNothing) {
 TEST(MessageBufferTest, WritingALengthThatWasNegativeChangesNothing) {
     TCMessageBuffer buffer = bufferOf("abc");
 
-    EXPECT_FALSE(buffer.WriteConcatenated(kMinusOne, "X", -1));
-    EXPECT_FALSE(buffer.WriteConcatenated(kMinusOne, "X", 1));
-    EXPECT_FALSE(buffer.WriteConcatenated(0x7fffffffUL, "X", 1));
+    EXPECT_FALSE(write(buffer, kMinusOne, "X", -1));
+    EXPECT_FALSE(write(buffer, kMinusOne, "X", 1));
+    EXPECT_FALSE(write(buffer, 0x7fffffffUL, "X", 1));
     EXPECT_EQ(contentOf(buffer), "abc");
 }
 
