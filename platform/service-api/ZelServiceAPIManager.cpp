@@ -72,13 +72,16 @@ bool ZelServiceAPIManager::Setup(std::unique_ptr<ZelApiLite::IpcConfiguration> c
 }
 
 void ZelServiceAPIManager::StartNativeAPI(std::unique_ptr<TICallListener> listener) {
-    const std::lock_guard<std::mutex> lock(m_impl->mutex);
+    std::unique_lock<std::mutex> lock(m_impl->mutex);
     if (m_impl->started) {
+        lock.unlock();
         logError("StartNativeAPI: calls are dispatched already, to the listener given first");
     } else if (m_impl->server == nullptr) {
-        m_impl->idleListener = std::move(listener);
+        m_impl->idleListener.swap(listener);
     } else {
         m_impl->started = true;
+        lock.unlock();
+        // The listener is asked for its interface: not under our lock.
         m_impl->server->start(std::move(listener));
     }
 }

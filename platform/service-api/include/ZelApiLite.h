@@ -33,8 +33,9 @@ public:
     virtual ~IpcConfiguration() = default;
 
     /**
-     * Whether calls are dispatched on the GLib default main context. False here: Linux has only the thread of the
-     * library, and ZelServiceAPIManager::Setup ends the process when an overriding configuration says true.
+     * Whether calls are dispatched on the GLib default main context. False here: Linux has only the thread of
+     * the library, and ZelServiceAPIManager::Setup ends the process when an overriding configuration says
+     * true.
      */
     virtual bool ProcessMethodCallInDefaultContext() const;
 

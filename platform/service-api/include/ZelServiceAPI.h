@@ -78,7 +78,7 @@ public:
      */
     static void CreateZelControl(IZelControl** control);
 
-    /** Releases the control, if there is one. */
+    /** Releases the control, if there is one. Nobody may be using it then, nor later. */
     static void DestroyZelControl();
 };
 

@@ -16,13 +16,16 @@
  * The IPC server of this process. Normal flow: Setup takes the bus name; observers are added to
  * TCIpcProperties; GetInstance and StartNativeAPI begin dispatching. On Linux the wire is one D-Bus method on
  * the system bus, `Call(s interface, i method, ay request) -> (ay reply)`.
+ *
+ * Dispatching ends only when the process exits, after the call being served: later than the objects of main,
+ * earlier than static ones made before Setup. What the listener and the observers use must live that long.
  */
 class ZelServiceAPIManager {
 public:
     /**
      * Connects to the system bus and takes the bus name of @p configuration. Calls that arrive from now on
-     * wait until StartNativeAPI. A configuration that wants calls on the default main context ends the process: Linux
-     * has no such dispatching.
+     * wait until StartNativeAPI. A configuration that wants calls on the default main context ends the
+     * process: Linux has no such dispatching.
      *
      * @return false when there is no bus or the name is taken; the process then has no IPC, and may try again
      */
