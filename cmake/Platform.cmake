@@ -58,6 +58,10 @@ if(ZEL_PLATFORM STREQUAL "device")
 elseif(ZEL_PLATFORM STREQUAL "linux")
   find_package(sdbus-c++ 1.2 REQUIRED)
   find_package(Threads REQUIRED)
+  # Each library has its contract test in its folder.
+  if(ZEL_TESTS)
+    include(Testing)
+  endif()
   # Declares library NAME of the platform: its headers in include/, its body from SOURCES.
   function(zel_platform_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")

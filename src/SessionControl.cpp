@@ -33,13 +33,14 @@ bool IsSwitchPresent(const char* name) {
     return path != nullptr && access(path, F_OK) == 0;
 }
 
-void PushText(TCMessageBuffer& buffer, const std::string& text) {
+// The buffer asks for memory that it might write to, so the text is a copy.
+void PushText(TCMessageBuffer& buffer, std::string text) {
     buffer.PushInt(static_cast<int>(text.size()));
     buffer.WriteConcatenated(text.size(), text.data(), -1);
 }
 
 // The length is the file's word: it is held against what the file has before anything is allocated for it.
-bool ReadText(const TCMessageBuffer& buffer, unsigned int& offset, std::string& text) {
+bool ReadText(TCMessageBuffer& buffer, unsigned int& offset, std::string& text) {
     int length = -1;
     if (!buffer.ReadInt(&length, offset) || length < 0) {
         return false;
@@ -238,7 +239,7 @@ bool TCSessionControl::m_loadState() {
 }
 
 // What was read before a defect is kept: each of those sessions has an owner who counts on the service.
-bool TCSessionControl::m_readSessions(const TCMessageBuffer& content) {
+bool TCSessionControl::m_readSessions(TCMessageBuffer& content) {
     constexpr const char* kCaller = "m_loadState";
     const auto contentSize = static_cast<int>(content.GetContentSize());
     int sessionsNum = 0;

@@ -69,7 +69,7 @@ private:
     bool m_removeState();
     bool m_writeState();
     bool m_loadState();
-    bool m_readSessions(const TCMessageBuffer& content);
+    bool m_readSessions(TCMessageBuffer& content);
 
     TCZelDaemonStateManager& m_stateManager;
     std::map<std::string, SessionData> m_sessions;

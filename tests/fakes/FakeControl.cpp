@@ -12,6 +12,7 @@ int FakeControl::notifyResult = 1;
 int FakeControl::terminateResult = 1;
 std::vector<ETerminateErrorType> FakeControl::terminateErrors;
 TSZelData FakeControl::terminateData;
+std::function<void()> FakeControl::duringTerminate;
 
 void FakeControl::reset() {
     available = true;
@@ -19,6 +20,7 @@ void FakeControl::reset() {
     terminateResult = 1;
     terminateErrors.clear();
     terminateData = TSZelData();
+    duringTerminate = nullptr;
 }
 
 namespace {
@@ -27,6 +29,9 @@ class Control : public IZelControl {
 public:
     int Terminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) override {
         Actions::add("Terminate");
+        if (FakeControl::duringTerminate) {
+            FakeControl::duringTerminate();
+        }
         errors = FakeControl::terminateErrors;
         data = FakeControl::terminateData;
         return FakeControl::terminateResult;

@@ -6,6 +6,7 @@
 #ifndef TESTS_FAKES_FAKE_CONTROL_H
 #define TESTS_FAKES_FAKE_CONTROL_H
 
+#include <functional>
 #include <vector>
 
 #include "ZelServiceAPI.h"
@@ -23,6 +24,8 @@ struct FakeControl {
     static int terminateResult;
     static std::vector<ETerminateErrorType> terminateErrors;
     static TSZelData terminateData;
+    /** Runs inside Terminate, when set. */
+    static std::function<void()> duringTerminate;
 
     /** Back to: available, both results 1, no errors, default data. */
     static void reset();

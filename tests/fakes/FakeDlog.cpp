@@ -11,11 +11,15 @@
 #include <cstdio>
 #include <mutex>
 
+#include "fakes/Actions.h"
+#include "fakes/KnownLines.h"
+
 namespace fakes {
 namespace {
 
 std::mutex mutex;
 std::vector<LogLine> recorded;
+bool recordsActions = false;
 
 void appendToFile(const std::string& text) {
     const int fd = open(FakeDlog::kFile, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -54,7 +58,13 @@ int LogLine::line() const {
 void FakeDlog::clear() {
     const std::lock_guard<std::mutex> lock(mutex);
     recorded.clear();
+    recordsActions = false;
     unlink(kFile);
+}
+
+void FakeDlog::recordActions() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    recordsActions = true;
 }
 
 std::vector<LogLine> FakeDlog::lines() {
@@ -85,8 +95,13 @@ int __dlog_print(log_id_t buffer, int priority, const char* tag, const char* for
     va_start(arguments, format);
     const int length = std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
+    const fakes::LogLine line{static_cast<int>(buffer), priority, tag, format, text.data()};
+    fakes::expectKnown(line);
     const std::lock_guard<std::mutex> lock(fakes::mutex);
-    fakes::recorded.push_back({static_cast<int>(buffer), priority, tag, format, text.data()});
-    fakes::appendToFile(text.data());
+    fakes::recorded.push_back(line);
+    fakes::appendToFile(line.text);
+    if (fakes::recordsActions) {
+        fakes::Actions::add("log " + line.function() + ": " + line.message());
+    }
     return length;
 }

@@ -33,7 +33,12 @@ struct LogLine {
     int line() const;
 };
 
-/** The lines since the last clear. Callable from any thread. */
+/**
+ * The lines since the last clear. Callable from any thread.
+ *
+ * Every line of the daemon's own files is held against the table in KnownLines.h: one that is not in it, or
+ * that carries another function or priority than it should, fails the test in which it was logged.
+ */
 class FakeDlog {
 public:
     static void clear();
@@ -44,6 +49,12 @@ public:
 
     /** How many lines at @p priority have this message. */
     static std::size_t count(int priority, const std::string& message);
+
+    /**
+     * From now on every line is the action "log FUNCTION: MESSAGE" besides, until the next
+     * clear.
+     */
+    static void recordActions();
 
     /** Where every line is appended besides, so that those of a child process are seen too. */
     static constexpr const char* kFile = "/tmp/fake-dlog";

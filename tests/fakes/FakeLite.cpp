@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fakes/FakeLite.h"
 
+#include <unistd.h>
+
 #include <string>
 
 #include "TCApiAssert.h"
@@ -11,6 +13,7 @@ namespace fakes {
 
 bool FakeLite::isDebug = false;
 bool FakeLite::isPerf = false;
+long FakeLite::printedBeforeAssertion = -1;
 
 }  // namespace fakes
 
@@ -25,6 +28,7 @@ bool ZelApiLite::LiteUtility::IsPerf() {
 }
 
 void _TCApiAssert(const char* expression, const char* file, unsigned long line, const char* message) {
+    fakes::FakeLite::printedBeforeAssertion = lseek(STDOUT_FILENO, 0, SEEK_CUR);
     fakes::Actions::add("assert " + std::string(expression) + " " + file + " " + std::to_string(line) +
                         (message == nullptr ? "" : std::string(" ") + message));
 }

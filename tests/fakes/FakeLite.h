@@ -15,6 +15,8 @@ namespace fakes {
 struct FakeLite {
     static bool isDebug;
     static bool isPerf;
+    /** How many bytes standard output, a file, had when the last assertion was reported. */
+    static long printedBeforeAssertion;
 };
 
 }  // namespace fakes

@@ -7,6 +7,7 @@
 
 #include "fakes/Actions.h"
 #include "fakes/FakeDlog.h"
+#include "fakes/FakeLite.h"
 #include "fakes/FakePrctl.h"
 
 using fakes::FakeDlog;
@@ -107,6 +108,7 @@ TEST_F(DiagnosticsTest, AnAssertionIsReportedThenPrintedAndExecutionGoesOn) {
     const int line = __LINE__ + 1;
     ZEL_ASSERT_FAILED("saved");
 
+    EXPECT_EQ(fakes::FakeLite::printedBeforeAssertion, 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "ASSERT!!! - function TestBody, line " + std::to_string(line));
     EXPECT_THAT(

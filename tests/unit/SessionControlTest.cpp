@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <new>
 #include <thread>
 
@@ -135,13 +136,13 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 
 TEST_F(SessionControlTest, TheTableIsLoadedBeforeTheSwitchesAreRead) {
     writeFile(kState, "x");
+    FakeDlog::recordActions();
 
     TCSessionControl control(m_manager);
 
-    EXPECT_THAT(FakeDlog::messages(kError),
-                ElementsAre("Error read, contentSize(1)", "Can not load session state"));
-    EXPECT_EQ(FakeDlog::lines().back().function(), "TCSessionControl");
-    EXPECT_THAT(Actions::take(), ElementsAre("IsDebug", "mkpath zel-lite/zel_lite_disable_tracing",
+    EXPECT_THAT(Actions::take(), ElementsAre("log m_loadState: Error read, contentSize(1)",
+                                             "log TCSessionControl: Can not load session state", "IsDebug",
+                                             "mkpath zel-lite/zel_lite_disable_tracing",
                                              "mkpath zel-lite/zel_lite_aggressive_terminate"));
 }
 
@@ -430,6 +431,7 @@ TEST_F(SessionControlTest, AWriteErrorLeavesThePartialFileAndTheOldState) {
     const bool opened = control.Open("b", "bee", "2");
 
     setrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, SIG_DFL);
     EXPECT_TRUE(opened);
     EXPECT_EQ(readFile(kState), before);
     EXPECT_TRUE(exists(kTemporary));
@@ -696,7 +698,7 @@ TEST_F(ClockTest, BeyondTheWrapTimeIsNegativeThenComesRoundAgain) {
     EXPECT_EQ(at(2'147'484, 0), -2'147'483'296);
     EXPECT_EQ(at(4'294'967, 295'000'000), -1);
     EXPECT_EQ(at(4'294'968, 0), 704);
-    EXPECT_EQ(at(time_t{1} << 40, 1'000'000), 1);
+    EXPECT_EQ(at(std::numeric_limits<std::int32_t>::max(), 5'000'000), -995);
 }
 
 TEST_F(ClockTest, WithoutAClockTimeIsMinusTwo) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cerrno>
@@ -288,6 +289,17 @@ TEST_F(ZelDaemonStateManagerTest, AListenerRemovedInsideACallbackIsNotCalledAfte
     EXPECT_THAT(actions(), ElementsAre("remover OnStart", "last OnStart"));
 }
 
+// What the service understands
+
+TEST_F(ZelDaemonStateManagerTest, TheTriggersHaveTheNumbersThatTheServiceKnows) {
+    EXPECT_EQ(TRIGGER_TYPE_SOURCE_PLUG, 0);
+    EXPECT_EQ(TRIGGER_TYPE_START_ZEL_MAIN, 1);
+    EXPECT_EQ(TRIGGER_TYPE_NETWORK_TIME, 2);
+    EXPECT_EQ(TRIGGER_TYPE_CLOCK_MODE, 3);
+    EXPECT_EQ(TRIGGER_TYPE_SYNC_TIME, 4);
+    EXPECT_EQ(TRIGGER_TYPE_STOLEN_TV, 5);
+}
+
 // Notify: state x trigger
 
 namespace {
@@ -511,14 +523,15 @@ TEST_F(ZelDaemonStateManagerTest, ATriggerToARunningServiceLeavesTheRestartMarke
 
 namespace {
 
-/** Records whether a file is there when the service's start is told. */
+/** Its hooks are the actions "HOOK: there" or "HOOK: gone", as a file is there or not. */
 class Watcher : public NamedListener {
 public:
     explicit Watcher(std::string path) : NamedListener("watcher"), m_path(std::move(path)) {}
-    void OnStart() override { Actions::add(exists(m_path) ? "there" : "gone"); }
-    void OnTerminateSuccess(const TSZelData& /*data*/) override {
-        Actions::add(exists(m_path) ? "there" : "gone");
-    }
+    void OnStart() override { look("OnStart"); }
+    void OnTerminate() override { look("OnTerminate"); }
+    void OnTerminateSuccess(const TSZelData& /*data*/) override { look("OnTerminateSuccess"); }
+
+    void look(const std::string& hook) const { Actions::add(hook + (exists(m_path) ? ": there" : ": gone")); }
 
 private:
     std::string m_path;
@@ -533,7 +546,7 @@ TEST_F(ZelDaemonStateManagerTest, TheRestartMarkerGoesAfterTheListenersWereTold)
 
     manager->Notify(kStart, TSNotifyData());
 
-    EXPECT_THAT(actions(), Contains("there"));
+    EXPECT_THAT(actions(), Contains("OnStart: there"));
     EXPECT_FALSE(exists("/tmp/zel_restart"));
 }
 
@@ -734,7 +747,7 @@ TEST_F(ZelDaemonStateManagerTest, AnEmptyRestartMarkerIsThereWhenSuccessIsTold) 
 
     requestTerminate(*manager);
 
-    EXPECT_THAT(actions(), Contains("there"));
+    EXPECT_THAT(actions(), Contains("OnTerminateSuccess: there"));
     EXPECT_EQ(readFile("/tmp/zel_restart"), "");
 }
 
@@ -744,11 +757,14 @@ namespace {
 class Asker : public NamedListener {
 public:
     explicit Asker(TCZelDaemonStateManager& manager) : NamedListener("asker"), m_manager(manager) {}
-    void OnTerminateSuccess(const TSZelData& /*data*/) override {
-        Actions::add(m_manager.IsZelTerminated() ? "terminated" : "not yet");
-    }
+    void OnStart() override { ask("OnStart"); }
+    void OnTerminateSuccess(const TSZelData& /*data*/) override { ask("OnTerminateSuccess"); }
 
 private:
+    void ask(const std::string& hook) {
+        Actions::add(hook + (m_manager.IsZelTerminated() ? ": terminated" : ": not terminated"));
+    }
+
     TCZelDaemonStateManager& m_manager;
 };
 
@@ -761,8 +777,19 @@ TEST_F(ZelDaemonStateManagerTest, SuccessIsToldBeforeTheStateIsTerminated) {
 
     requestTerminate(*manager);
 
-    EXPECT_THAT(actions(), Contains("not yet"));
+    EXPECT_THAT(actions(), Contains("OnTerminateSuccess: not terminated"));
     EXPECT_TRUE(manager->IsZelTerminated());
+}
+
+TEST_F(ZelDaemonStateManagerTest, AStartIsToldBeforeTheStateIsRunning) {
+    auto manager = bornIn(STATE_TERMINATED);
+    Asker asker(*manager);
+    manager->RegisterListener(&asker);
+
+    manager->Notify(kStart, TSNotifyData());
+
+    EXPECT_THAT(actions(), Contains("OnStart: terminated"));
+    EXPECT_FALSE(manager->IsZelTerminated());
 }
 
 TEST_F(ZelDaemonStateManagerTest, ATerminatedServiceIsNotAskedAgain) {
@@ -850,8 +877,20 @@ TEST_F(ZelDaemonStateManagerTest, ARefusalsMarkerIsBackOnlyAfterTheListenersWere
 
     requestTerminate(*manager);
 
-    EXPECT_THAT(actions(), Contains("gone"));
+    EXPECT_THAT(actions(), Contains("OnStart: gone"));
     EXPECT_TRUE(exists(kIsRunning));
+}
+
+TEST_F(ZelDaemonStateManagerTest, TheRunningMarkerGoesAfterTheListenersWereToldAndBeforeTheServiceIsAsked) {
+    auto manager = bornIn(STATE_RUNNING);
+    Watcher watcher(kIsRunning);
+    manager->RegisterListener(&watcher);
+    FakeControl::duringTerminate = [&watcher] { watcher.look("asked"); };
+
+    requestTerminate(*manager);
+
+    EXPECT_THAT(actions(), ElementsAre("CreateZelControl", "OnTerminate: there", "Terminate", "asked: gone",
+                                       "DestroyZelControl", "OnTerminateSuccess: gone"));
 }
 
 namespace {
@@ -1060,9 +1099,15 @@ TEST_F(LauncherTest, AMissingLauncherEndsTheChildWithoutATrace) {
 TEST_F(LauncherTest, OnADebugSetEachStartBringsUpTheApplicationWithRefresh) {
     fakes::FakeLite::isDebug = true;
     auto manager = bornIn(STATE_UNDEFINED);
+    FakeDlog::recordActions();
 
     EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
 
+    const auto order = actions();
+    const auto launched = std::find(order.begin(), order.end(), "log Notify: LaunchZelLiteApp");
+    const auto forwarded = std::find(order.begin(), order.end(), "CreateZelControl");
+    ASSERT_NE(forwarded, order.end());
+    EXPECT_LT(launched, forwarded) << "the application comes up while the service is told";
     EXPECT_EQ(FakeDlog::count(kInfo, "LaunchZelLiteApp"), 1U);
     EXPECT_EQ(waitForLine(kLaunched), "/usr/apps/zel-lite-app/bin/zel-lite-app-launch 1 [-r]\n");
 }
@@ -1089,7 +1134,7 @@ TEST_F(LauncherTest, OnAnOrdinarySetAStartLaunchesNothing) {
 TEST_F(ZelDaemonStateManagerTest, TriggersFromManyThreadsStartTheServiceOnce) {
     auto manager = bornIn(STATE_UNDEFINED);
     std::vector<std::thread> threads;
-    threads.reserve(4);
+    threads.reserve(5);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&manager] {
             for (int round = 0; round < 20; ++round) {
@@ -1099,9 +1144,18 @@ TEST_F(ZelDaemonStateManagerTest, TriggersFromManyThreadsStartTheServiceOnce) {
         });
     }
 
+    threads.emplace_back([&manager] {
+        NamedListener passing("passing");
+        for (int round = 0; round < 20; ++round) {
+            manager->RegisterListener(&passing);
+            manager->UnregisterListener(&passing);
+        }
+    });
+
     for (std::thread& thread : threads) {
         thread.join();
     }
 
     EXPECT_EQ(systemd->takeCalls().size(), 1U);
+    EXPECT_EQ(FakeDlog::count(kError, "Listener not registred"), 0U);
 }
