@@ -21,9 +21,7 @@ void TCMessageBuffer::PushLongLong(long long value) {
 }
 
 bool TCMessageBuffer::WriteConcatenated(unsigned long length, void* data, int offset) {
-    if (offset < -1) {
-        return false;
-    }
+    // Any other negative offset is, without its sign, past every end.
     const std::size_t start = offset == -1 ? m_content.size() : static_cast<std::size_t>(offset);
     if (start > m_content.size() || start > kMaxContent || length > kMaxContent - start) {
         return false;

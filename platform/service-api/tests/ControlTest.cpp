@@ -499,16 +499,37 @@ TEST_F(ControlWaitTest, AJobThatEndsWhileTheUnitIsLookedAtIsNotTakenForNone) {
     std::optional<FakeService> service;
     const FakeSystemd systemd(
         [&](int look) -> Unit {
-            return look == 1 ? Unit{"inactive", 7} : Unit{"active", 0};
-        },
-        [&]() -> Unit {
-            if (!service) {
+            if (look == 3) {
                 service.emplace(1);
             }
+            return look == 1 ? Unit{"inactive", 7} : Unit{"active", 0};
+        },
+        []() -> Unit {
             return {"active", 0};
         });
 
     EXPECT_EQ(notify(create()), 1);
+}
+
+TEST_F(ControlWaitTest, AnInstanceThatDiesWhileTheUnitIsLookedAtIsNotGiven) {
+    std::optional<FakeService> service(1);
+    bool dead = false;
+    const FakeSystemd systemd(
+        [&](int look) -> Unit {
+            if (look == 3) {
+                service.emplace(2);
+            }
+            return look == 1 ? Unit{"deactivating", 9} : Unit{"activating", 9};
+        },
+        [&]() -> Unit {
+            if (!dead) {
+                dead = true;
+                service.reset();
+            }
+            return {"activating", 9};
+        });
+
+    EXPECT_EQ(notify(create()), 2);
 }
 
 TEST_F(ControlWaitTest, ADyingInstanceThatStillOwnsTheNameIsNotGiven) {
