@@ -29,6 +29,7 @@ set_property(CACHE ZEL_PLATFORM PROPERTY STRINGS device linux)
 # Public libraries, the same on both platforms.
 pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET "glib-2.0>=2.62")
 pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
+pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET "jsoncpp>=1.9.2")
 
 if(ZEL_PLATFORM STREQUAL "device")
   set(missing "")

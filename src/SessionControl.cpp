@@ -1,15 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SessionControl.h"
 
+#include <json/json.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <tzplatform_config.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <limits>
+#include <memory>
 #include <utility>
 
 #include "Diagnostics.h"
@@ -25,6 +33,17 @@ constexpr const char* kTemporaryStateFile = "/tmp/zel_lite_sessions_state_tmp.tx
 // Far more than the sessions of all connections that a bus admits, far less than what would hurt the set.
 constexpr off_t kMaxStateSize = off_t{64} * 1024 * 1024;
 
+constexpr const char* kTvViewerState = "memory/tv-viewer/viewer_state";
+
+// Under this id the report shows why the service refused to terminate.
+constexpr const char* kTerminateErrors = "##_LAST_TERMINATE_ERRORS";
+
+constexpr int kTerminateDelaySeconds = 10;
+constexpr std::chrono::seconds kAgeingPeriod{30};
+// What was closed this long ago is still shown.
+constexpr std::int64_t kShownMs = 19'999;
+constexpr std::size_t kMaxOpenTraces = 50;
+
 // Releases of the set number this folder's variable differently; the switches stay where they are.
 static_assert(TZ_SYS_ETC == 6, "the folder of the switches is the platform's variable 6");
 
@@ -38,6 +57,71 @@ void PushText(TCMessageBuffer& buffer, std::string text) {
     buffer.PushInt(static_cast<int>(text.size()));
     buffer.WriteConcatenated(text.size(), text.data(), -1);
 }
+
+// A pid is a 32-bit number; a text beyond it means the largest, as where long has 32 bits.
+pid_t ParsePid(const std::string& text) {
+    using TSLimits = std::numeric_limits<std::int32_t>;
+    return static_cast<pid_t>(
+        std::clamp<long>(std::strtol(text.c_str(), nullptr, 10), TSLimits::min(), TSLimits::max()));
+}
+
+std::string FormatTime(std::int64_t timeMs) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%d.%03d", static_cast<int>(timeMs / 1000),
+                  static_cast<int>(timeMs % 1000));
+    return text.data();
+}
+
+std::string FormatTimeOrNothing(std::int64_t timeMs) {
+    return timeMs == 0 ? std::string() : FormatTime(timeMs);
+}
+
+const char* FormatLanguage(ESessionControl_ProgLang language) {
+    switch (language) {
+        case ESessionControl_ProgLang_Cpp:
+            return "C/C++";
+        case ESessionControl_ProgLang_CSharp:
+            return "C#";
+    }
+    return "INVALID";
+}
+
+Json::Value ToJson(const TCSessionControl::StackTrace& trace) {
+    Json::Value json;
+    json["CreationTime"] = FormatTime(trace.creationTime);
+    json["StackTrace"] = trace.stackTrace;
+    if (trace.destructionTime != 0) {
+        json["DestructionTime"] = FormatTime(trace.destructionTime);
+    }
+    return json;
+}
+
+Json::Value ToJson(const TCSessionControl::DebugRecord& record, bool isTerminated,
+                   const std::deque<TCSessionControl::StackTrace>* recentTraces) {
+    constexpr const char* kCaller = "GetDebugInfo";
+    Json::Value json;
+    json["PID"] = record.pid;
+    json["ProcessName"] = record.processName;
+    json["Language"] = FormatLanguage(record.language);
+    json["TerminationTime"] = isTerminated ? FormatTime(record.destructionTime) : std::string();
+    Json::Value& traces = json["StackTraces"];
+    if (recentTraces != nullptr) {
+        ZEL_LOG_FROM(kCaller, DLOG_INFO, "Recent traces num(%zu)", recentTraces->size());
+        for (const auto& trace : *recentTraces) {
+            traces.append(ToJson(trace));
+        }
+    }
+    ZEL_LOG_FROM(kCaller, DLOG_INFO, "Traces num(%zu)", record.traces.size());
+    for (const auto& [traceId, trace] : record.traces) {
+        traces.append(ToJson(trace));
+    }
+    return json;
+}
+
+struct TSTextRelease {
+    void operator()(char* text) const { std::free(text); }
+};
+using TCText = std::unique_ptr<char, TSTextRelease>;
 
 // The length is the file's word: it is held against what the file has before anything is allocated for it.
 bool ReadText(TCMessageBuffer& buffer, unsigned int& offset, std::string& text) {
@@ -84,9 +168,17 @@ TCSessionControl::TCSessionControl(TCZelDaemonStateManager& stateManager) : m_st
     m_isDebug = ZelApiLite::LiteUtility::IsDebug();
     m_disableTracing = IsSwitchPresent("zel-lite/zel_lite_disable_tracing");
     m_aggressiveTerminate = IsSwitchPresent("zel-lite/zel_lite_aggressive_terminate");
+    m_stopThread = false;
+    m_thread = std::thread(&TCSessionControl::m_ThreadRunFunc, this);
+    vconf_notify_key_changed(kTvViewerState, m_tvViewerVconfCallback, this);
 }
 
-TCSessionControl::~TCSessionControl() = default;
+TCSessionControl::~TCSessionControl() {
+    vconf_ignore_key_changed(kTvViewerState, m_tvViewerVconfCallback);
+    m_stopThread = true;
+    m_threadCondition.notify_all();
+    m_thread.join();
+}
 
 bool TCSessionControl::Open(const std::string& sessionId, const std::string& progName,
                             const std::string& pid) {
@@ -130,6 +222,9 @@ bool TCSessionControl::m_Close(const std::string& sessionId) {
     if (!m_saveState()) {
         ZEL_ASSERT_FAILED("saved");
     }
+    if (m_aggressiveTerminate && m_sessions.empty()) {
+        m_tryTerminateWithDelay();
+    }
     return true;
 }
 
@@ -141,11 +236,271 @@ void TCSessionControl::CloseOnCrash(const std::string& sessionId) {
         }
     }
     Close(sessionId);
+    if (!m_isDebug) {
+        return;
+    }
+    std::map<std::int64_t, StackTrace> traces;
+    {
+        const std::lock_guard<std::mutex> lock(m_debugMutex);
+        const auto record = m_debugRecords.find(sessionId);
+        if (record == m_debugRecords.end()) {
+            ZEL_LOG_INFO("All traces closed, sessionId(%s)", sessionId.c_str());
+            return;
+        }
+        traces = record->second.traces;
+    }
+    for (const auto& [traceId, trace] : traces) {
+        CloseDebugTrace(sessionId, traceId);
+    }
 }
 
 bool TCSessionControl::IsAnySessionActive() {
     const std::lock_guard<std::mutex> lock(m_sessionsMutex);
     return !m_sessions.empty();
+}
+
+void TCSessionControl::CheckPIDs() {
+    std::map<std::string, SessionData> sessions;
+    {
+        const std::lock_guard<std::mutex> lock(m_sessionsMutex);
+        sessions = m_sessions;
+    }
+    ZEL_LOG_INFO("Check PIDs, sessionsNum(%d)", static_cast<int>(sessions.size()));
+    for (const auto& [sessionId, data] : sessions) {
+        const pid_t pid = ParsePid(data.pid);
+        if (pid == 0) {
+            ZEL_LOG_ERROR("Can not check pid");
+        } else if (kill(pid, 0) != 0) {
+            ZEL_LOG_ERROR("Application not running, pid(%d)", pid);
+            CloseOnCrash(sessionId);
+        }
+    }
+}
+
+bool TCSessionControl::TryTerminateZel() {
+    const std::lock_guard<std::mutex> sessionsLock(m_sessionsMutex);
+    const std::lock_guard<std::mutex> debugLock(m_debugMutex);
+    ZEL_LOG_INFO("Try Terminate ZEL");
+    m_lastTryTerminateTime = t_getTimeMs();
+    m_lastTryTerminateResult = false;
+    m_closeErrorTraces();
+    m_recentTraces.clear();
+    const bool disableSessionsCheck = m_isSessionsCheckDisabled();
+    if (!disableSessionsCheck && m_refuseForSessions()) {
+        return false;
+    }
+    std::vector<ETerminateErrorType> errors;
+    TSZelData data;
+    const bool terminated = m_stateManager.RequestTerminate(errors, data);
+    if (terminated) {
+        m_closeAllTraces();
+    }
+    m_termianteErrorsCount = m_isDebug ? static_cast<std::int32_t>(errors.size()) : 0;
+    ZEL_LOG_INFO("m_isDebug(%d), disableSessionsCheck(%d), m_termianteErrorsCount(%d)", m_isDebug,
+                 disableSessionsCheck, m_termianteErrorsCount);
+    m_openErrorTraces(errors);
+    m_lastTryTerminateResult = terminated;
+    return terminated;
+}
+
+void TCSessionControl::m_closeErrorTraces() {
+    for (std::int32_t i = 0; i < m_termianteErrorsCount; ++i) {
+        m_CloseDebugTrace(kTerminateErrors, i);
+    }
+    m_termianteErrorsCount = 0;
+}
+
+// Looked for at each attempt, so that a tester may switch it while the daemon runs.
+bool TCSessionControl::m_isSessionsCheckDisabled() const {
+    return m_isDebug && IsSwitchPresent("zel-lite/zel_lite_disable_opened_sessions_check");
+}
+
+bool TCSessionControl::m_refuseForSessions() const {
+    constexpr const char* kCaller = "TryTerminateZel";
+    if (m_sessions.empty()) {
+        return false;
+    }
+    ZEL_LOG_FROM(kCaller, DLOG_ERROR,
+                 "Can not terminate zel-daemon. There are sessions open, activeSessionsCount(%d)",
+                 static_cast<int>(m_sessions.size()));
+    for (const auto& [sessionId, data] : m_sessions) {
+        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Opened Session, sessionId(%s), progName(%s), pid(%s)",
+                     sessionId.c_str(), data.progName.c_str(), data.pid.c_str());
+    }
+    return true;
+}
+
+// Closing takes a trace out of the table, so a copy leads the way.
+void TCSessionControl::m_closeAllTraces() {
+    constexpr const char* kCaller = "TryTerminateZel";
+    const auto records = m_debugRecords;
+    for (const auto& [sessionId, record] : records) {
+        for (const auto& [traceId, trace] : record.traces) {
+            ZEL_LOG_FROM(kCaller, DLOG_ERROR,
+                         "Force to close debug trace, sessionId(%s), progName(%s), pid(%s), traceID(%lld)",
+                         sessionId.c_str(), record.progName.c_str(), record.pid.c_str(),
+                         static_cast<long long>(traceId));
+            ZEL_LOG_FROM(kCaller, DLOG_ERROR, "ST(%s)", trace.stackTrace.c_str());
+            m_CloseDebugTrace(sessionId, traceId);
+        }
+    }
+}
+
+void TCSessionControl::m_openErrorTraces(const std::vector<ETerminateErrorType>& errors) {
+    for (std::int32_t i = 0; i < m_termianteErrorsCount; ++i) {
+        const int error = errors[static_cast<std::size_t>(i)];
+        m_OpenDebugTrace(kTerminateErrors, i,
+                         "Termination error (ETerminateErrorType): " + std::to_string(error),
+                         kTerminateErrors, "zel-daemon", "-1", ESessionControl_ProgLang_Cpp);
+    }
+}
+
+bool TCSessionControl::TryTerminateZelWithAppLaunch(bool alwaysLaunchApp) {
+    const bool terminated = TryTerminateZel();
+    if (alwaysLaunchApp || (m_isDebug && !terminated)) {
+        ZEL_LOG_INFO("Launch zel-lite-app, alwaysLaunchApp(%d), terminated(%d)", alwaysLaunchApp, terminated);
+        m_stateManager.LaunchZelLiteApp(false);
+    }
+    return terminated;
+}
+
+// Attempts are neither merged nor cancelled: a session opened meanwhile makes its attempt a refusal.
+guint TCSessionControl::m_tryTerminateWithDelay() {
+    ZEL_LOG_ERROR("Will try to terminate ZEL after %d seconds", kTerminateDelaySeconds);
+    return g_timeout_add_seconds(kTerminateDelaySeconds, m_tryTerminateCallback, this);
+}
+
+gboolean TCSessionControl::m_tryTerminateCallback(gpointer userData) {
+    ZEL_LOG_ERROR("Try to terminate ZEL after delay");
+    static_cast<TCSessionControl*>(userData)->TryTerminateZel();
+    return G_SOURCE_REMOVE;
+}
+
+// Any wake-up ages, also one without a reason: ageing twice does no harm.
+void TCSessionControl::m_ThreadRunFunc() {
+    ZEL_LOG_INFO("Helper Thread Start");
+    while (!m_stopThread) {
+        std::unique_lock<std::mutex> lock(m_debugMutex);
+        // NOLINTNEXTLINE(bugprone-spuriously-wake-up-functions)
+        m_threadCondition.wait_until(lock, std::chrono::steady_clock::now() + kAgeingPeriod);
+        if (m_stopThread) {
+            ZEL_LOG_INFO("Helper Thread End");
+            return;
+        }
+        t_removeOldRecords();
+    }
+}
+
+void TCSessionControl::m_tvViewerVconfCallback(keynode_t* keynode, void* userData) {
+    const char* name = vconf_keynode_get_name(keynode);
+    if (userData == nullptr || name == nullptr || std::strcmp(name, kTvViewerState) != 0) {
+        ZEL_LOG_ERROR("vconf callback error, sessionControl(%p), name(%p), nameStr(%s)", userData,
+                      static_cast<const void*>(name), name == nullptr ? "" : name);
+        return;
+    }
+    static_cast<TCSessionControl*>(userData)->m_recordTvViewerState();
+}
+
+void TCSessionControl::m_recordTvViewerState() {
+    constexpr const char* kCaller = "m_tvViewerVconfCallback";
+    const TCText value(vconf_get_str(kTvViewerState));
+    if (!value) {
+        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Getting vconf key failed, key(%s)", kTvViewerState);
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(m_debugMutex);
+    m_tvViewerStateChangeTime = t_getTimeMs();
+    m_tvViewerState = value.get();
+    ZEL_LOG_FROM(kCaller, DLOG_INFO, "vconf tv-viewer state(%s)", value.get());
+}
+
+void TCSessionControl::OpenDebugTrace(const std::string& sessionId, std::int64_t traceId,
+                                      const std::string& stackTrace, const std::string& processName,
+                                      const std::string& progName, const std::string& pid,
+                                      ESessionControl_ProgLang language) {
+    const std::lock_guard<std::mutex> lock(m_debugMutex);
+    m_OpenDebugTrace(sessionId, traceId, stackTrace, processName, progName, pid, language);
+}
+
+void TCSessionControl::m_OpenDebugTrace(const std::string& sessionId, std::int64_t traceId,
+                                        const std::string& stackTrace, const std::string& processName,
+                                        const std::string& progName, const std::string& pid,
+                                        ESessionControl_ProgLang language) {
+    if (m_disableTracing) {
+        ZEL_LOG_INFO("Tracing disabled");
+        return;
+    }
+    DebugRecord& record =
+        m_debugRecords.emplace(sessionId, DebugRecord{sessionId, processName, progName, pid, {}, 0, language})
+            .first->second;
+    // Who asks is alive, also when what it asks for is refused.
+    record.destructionTime = 0;
+    if (record.traces.size() >= kMaxOpenTraces) {
+        ZEL_LOG_ERROR(
+            "Can not open StackTrace, traces limit reached, pid(%s), processTracesNum(%d), traceId(%lld)",
+            pid.c_str(), static_cast<int>(record.traces.size()), static_cast<long long>(traceId));
+        return;
+    }
+    if (!record.traces.emplace(traceId, StackTrace{traceId, t_getTimeMs(), 0, stackTrace}).second) {
+        ZEL_LOG_ERROR("Can not open StackTrace, traceId already present, pid(%s), traceId(%lld)", pid.c_str(),
+                      static_cast<long long>(traceId));
+    }
+}
+
+void TCSessionControl::CloseDebugTrace(const std::string& sessionId, std::int64_t traceId) {
+    const std::lock_guard<std::mutex> lock(m_debugMutex);
+    m_CloseDebugTrace(sessionId, traceId);
+}
+
+void TCSessionControl::m_CloseDebugTrace(const std::string& sessionId, std::int64_t traceId) {
+    if (m_disableTracing) {
+        return;
+    }
+    const auto record = m_debugRecords.find(sessionId);
+    if (record == m_debugRecords.end()) {
+        ZEL_LOG_ERROR("Can not close StackTrace, sessionId not present, sessionId(%s)", sessionId.c_str());
+        return;
+    }
+    auto& traces = record->second.traces;
+    const auto trace = traces.find(traceId);
+    if (trace == traces.end()) {
+        ZEL_LOG_ERROR("Can not close StackTrace, traceId not present, traceId(%lld)",
+                      static_cast<long long>(traceId));
+        return;
+    }
+    const std::int64_t now = t_getTimeMs();
+    trace->second.destructionTime = now;
+    m_recentTraces[sessionId].push_back(std::move(trace->second));
+    traces.erase(trace);
+    if (traces.empty()) {
+        record->second.destructionTime = now;
+    }
+}
+
+void TCSessionControl::t_removeOldRecords() {
+    ZEL_LOG_INFO("Remove old records");
+    const std::int64_t now = t_getTimeMs();
+    m_removeOldTraces(now);
+    for (auto record = m_debugRecords.begin(); record != m_debugRecords.end();) {
+        const std::int64_t time = record->second.destructionTime;
+        record = time != 0 && time < now - kShownMs ? m_debugRecords.erase(record) : std::next(record);
+    }
+}
+
+// Each list is ordered by the time of closing, so the old ones are those before the first young one.
+void TCSessionControl::m_removeOldTraces(std::int64_t now) {
+    for (auto entry = m_recentTraces.begin(); entry != m_recentTraces.end();) {
+        std::deque<StackTrace>& traces = entry->second;
+        const auto firstYoung = std::find_if(traces.begin(), traces.end(), [now](const StackTrace& trace) {
+            return trace.destructionTime >= now - kShownMs;
+        });
+        const auto removed = static_cast<int>(firstYoung - traces.begin());
+        traces.erase(traces.begin(), firstYoung);
+        ZEL_LOG_FROM("t_removeOldRecords", DLOG_INFO,
+                     "Remove recent traces, removedNum(%d), elementsLeft(%d)", removed,
+                     static_cast<int>(traces.size()));
+        entry = traces.empty() ? m_recentTraces.erase(entry) : std::next(entry);
+    }
 }
 
 std::int64_t TCSessionControl::t_getTimeMs() {
@@ -264,4 +619,36 @@ bool TCSessionControl::m_readSessions(TCMessageBuffer& content) {
         m_sessions[sessionId] = std::move(data);
     }
     return true;
+}
+
+std::string TCSessionControl::GetDebugInfo() {
+    std::map<std::string, SessionData> sessions;
+    {
+        const std::lock_guard<std::mutex> lock(m_sessionsMutex);
+        sessions = m_sessions;
+    }
+    const std::lock_guard<std::mutex> lock(m_debugMutex);
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "   ";
+    Json::Value root;
+    Json::Value records;
+    ZEL_LOG_INFO("Has debug info about sessionsNum(%zu)", m_debugRecords.size());
+    for (const auto& [sessionId, record] : m_debugRecords) {
+        // A record without open traces whose session is still open belongs to a living application.
+        const bool isTerminated = record.destructionTime != 0 && sessions.count(sessionId) == 0;
+        const auto recent = m_recentTraces.find(sessionId);
+        Json::Value json =
+            ToJson(record, isTerminated, recent == m_recentTraces.end() ? nullptr : &recent->second);
+        if (isTerminated && json["StackTraces"].isNull()) {
+            ZEL_LOG_INFO("Ignore record");
+        } else {
+            records.append(std::move(json));
+        }
+    }
+    root["zel-lite"] = std::move(records);
+    root["LastTryTerminateTime"] = FormatTimeOrNothing(m_lastTryTerminateTime);
+    root["LastTryTerminateResult"] = m_lastTryTerminateResult ? "SUCCESS" : "FAIL";
+    root["TvViewerState"] = m_tvViewerState;
+    root["TvViewerStateChangeTime"] = FormatTimeOrNothing(m_tvViewerStateChangeTime);
+    return Json::writeString(writer, root);
 }

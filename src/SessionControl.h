@@ -10,13 +10,30 @@
 #ifndef ZEL_LITE_SESSION_CONTROL_H
 #define ZEL_LITE_SESSION_CONTROL_H
 
+#include <glib.h>
+#include <vconf.h>
+
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
+
+#include "ZelServiceAPI.h"
 
 class TCMessageBuffer;
 class TCZelDaemonStateManager;
+
+/** The language an application is written in, as it says itself; any other number is kept and reported as
+ * invalid. */
+enum ESessionControl_ProgLang : int {
+    ESessionControl_ProgLang_Cpp = 1,
+    ESessionControl_ProgLang_CSharp = 2,
+};
 
 /** The table of open sessions. Public operations may be called from any thread; each takes the lock its
  * worker needs. */
@@ -30,7 +47,35 @@ public:
         std::string pid;
     };
 
-    /** Reads back the sessions that a previous run of the daemon left, then the set's switches. */
+    /** One debug trace. */
+    struct StackTrace {
+        /** The application's number of it. */
+        std::int64_t traceId;
+        /** When it was opened, in milliseconds of t_getTimeMs. */
+        std::int64_t creationTime;
+        /** When it was closed; 0 while it is open. */
+        std::int64_t destructionTime;
+        /** The application's text, unchanged. */
+        std::string stackTrace;
+    };
+
+    /** What is known of an application that has opened debug traces. */
+    struct DebugRecord {
+        std::string sessionId;
+        /** Path of its executable. */
+        std::string processName;
+        std::string progName;
+        /** Its process id as decimal text. */
+        std::string pid;
+        /** Its open traces, by their numbers. */
+        std::map<std::int64_t, StackTrace> traces;
+        /** When its last open trace was closed; 0 while it has one. */
+        std::int64_t destructionTime;
+        ESessionControl_ProgLang language;
+    };
+
+    /** Reads back the sessions that a previous run of the daemon left, then the set's switches; starts the
+     * helper thread and watches the television viewer's state. */
     explicit TCSessionControl(TCZelDaemonStateManager& stateManager);
     virtual ~TCSessionControl();
     TCSessionControl(const TCSessionControl&) = delete;
@@ -47,11 +92,46 @@ public:
     /** Closes a session. @return whether there was one */
     bool Close(const std::string& sessionId);
 
-    /** Closes the session of an owner that has gone; does nothing for an id without session. */
+    /**
+     * Closes the session of an owner that has gone and, on a debug set, its traces; does nothing for an id
+     * without session.
+     */
     void CloseOnCrash(const std::string& sessionId);
 
     /** Whether anybody holds a session. */
     bool IsAnySessionActive();
+
+    /** Closes the sessions of owners whose processes are gone. A session whose pid says nothing is kept. */
+    void CheckPIDs();
+
+    /**
+     * Asks the service to terminate, unless somebody holds a session.
+     *
+     * @return whether the service is terminated
+     */
+    bool TryTerminateZel();
+
+    /**
+     * Asks the service to terminate, then launches the companion application: always, or on a debug set when
+     * the service stays.
+     *
+     * @return whether the service is terminated
+     */
+    bool TryTerminateZelWithAppLaunch(bool alwaysLaunchApp);
+
+    /**
+     * Opens a debug trace. What an application said of itself first is kept. The 51st open trace of one
+     * session and a number that is open already are refused.
+     */
+    void OpenDebugTrace(const std::string& sessionId, std::int64_t traceId, const std::string& stackTrace,
+                        const std::string& processName, const std::string& progName, const std::string& pid,
+                        ESessionControl_ProgLang language);
+
+    /** Closes a debug trace, which is reported for 20 seconds more. */
+    void CloseDebugTrace(const std::string& sessionId, std::int64_t traceId);
+
+    /** The debug report: traces, last termination attempt and viewer state, as a JSON document. */
+    std::string GetDebugInfo();
 
 protected:
     /**
@@ -60,6 +140,9 @@ protected:
      * times mean anything then.
      */
     virtual std::int64_t t_getTimeMs();
+
+    /** Forgets what was closed more than 20 seconds ago. Runs on the helper thread with m_debugMutex held. */
+    virtual void t_removeOldRecords();
 
 private:
     bool m_Open(const std::string& sessionId, const std::string& progName, const std::string& pid);
@@ -71,15 +154,51 @@ private:
     bool m_loadState();
     bool m_readSessions(TCMessageBuffer& content);
 
+    static gboolean m_tryTerminateCallback(gpointer userData);
+    guint m_tryTerminateWithDelay();
+    void m_closeErrorTraces();
+    bool m_isSessionsCheckDisabled() const;
+    bool m_refuseForSessions() const;
+    void m_closeAllTraces();
+    void m_openErrorTraces(const std::vector<ETerminateErrorType>& errors);
+
+    void m_ThreadRunFunc();
+    static void m_tvViewerVconfCallback(keynode_t* keynode, void* userData);
+    void m_recordTvViewerState();
+
+    void m_OpenDebugTrace(const std::string& sessionId, std::int64_t traceId, const std::string& stackTrace,
+                          const std::string& processName, const std::string& progName, const std::string& pid,
+                          ESessionControl_ProgLang language);
+    void m_CloseDebugTrace(const std::string& sessionId, std::int64_t traceId);
+    void m_removeOldTraces(std::int64_t now);
+
     TCZelDaemonStateManager& m_stateManager;
     std::map<std::string, SessionData> m_sessions;
-    /** Guards m_sessions; held across Notify, so taken before the state manager's mutex. */
+    std::map<std::string, DebugRecord> m_debugRecords;
+    std::int64_t m_lastTryTerminateTime = 0;
+    bool m_lastTryTerminateResult = false;
+    std::string m_tvViewerState = "not set";
+    std::int64_t m_tvViewerStateChangeTime = 0;
+    /** How many traces of the last attempt's errors are open. The report's readers know it by this spelling.
+     */
+    std::int32_t m_termianteErrorsCount = 0;
+    /** Closed traces by session, in the order in which they were closed. */
+    std::map<std::string, std::deque<StackTrace>> m_recentTraces;
+    /** Guards m_sessions; held across Notify and RequestTerminate, so taken before the state manager's mutex.
+     */
     std::mutex m_sessionsMutex;
+    /** Guards the debug records, the recent traces, the viewer's state and the bookkeeping of termination. */
+    std::mutex m_debugMutex;
     bool m_isDebug = false;
     /** Whether the service is to be terminated when the last session closes. */
     bool m_aggressiveTerminate = false;
-    /** Whether applications may open debug traces. */
+    /** Whether debug traces are refused. */
     bool m_disableTracing = false;
+    /** Tells the helper thread to end; set without m_debugMutex, so the thread may see it only after its
+     * wait. */
+    std::atomic<bool> m_stopThread{false};
+    std::condition_variable m_threadCondition;
+    std::thread m_thread;
 };
 
 #endif

@@ -6,7 +6,7 @@
 # shellcheck disable=SC2034  # for the script that sources this
 run_packages=(
     g++ cmake ninja-build pkg-config
-    libglib2.0-dev libdbus-1-dev libsdbus-c++-dev libsystemd-dev
+    libglib2.0-dev libdbus-1-dev libjsoncpp-dev libsdbus-c++-dev libsystemd-dev
     dbus systemd systemd-container mount util-linux
     python3 python3-dbus
 )

@@ -62,6 +62,9 @@ int main() {
             std::make_unique<SessionControlNative>(sessionControl, stateManager, callersObserver));
     BootMarker("ZEL-LITE MAIN: StartNativeAPI() completed.");
 
+    // Owners of restored sessions may have died while nobody watched.
+    sessionControl.CheckPIDs();
+
     stateManager.Notify(TRIGGER_TYPE_START_ZEL_MAIN, TSNotifyData());
 
     // The loop lives as long as the process and has no quit path: the daemon ends by being killed.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SessionControlNative.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -14,8 +16,30 @@ namespace {
 constexpr int kStatusOk = 0;
 constexpr int kStatusFailed = -2;
 
+// Where a request that opens a trace has its fields.
+constexpr unsigned int kTraceIdOffset = 0;
+constexpr unsigned int kLengthOffset = 8;
+constexpr unsigned int kTextOffset = 12;
+constexpr int kNoText = -1;
+
 int ToStatus(bool ok) {
     return ok ? kStatusOk : kStatusFailed;
+}
+
+// The length is the client's word: one that the request cannot hold counts as absent, so nobody makes the
+// daemon allocate or read what is not there.
+int ReadTextLength(TCMessageBuffer& request) {
+    int length = kNoText;
+    if (!request.ReadInt(&length, kLengthOffset) || length == kNoText) {
+        return kNoText;
+    }
+    const unsigned int size = request.GetContentSize();
+    if (length < 0 || static_cast<unsigned int>(length) > size - kTextOffset) {
+        ZEL_LOG_FROM("m_OpenDebugTrace", DLOG_ERROR, "Request can not hold the trace, length(%d), size(%u)",
+                     length, size);
+        return kNoText;
+    }
+    return length;
 }
 
 }  // namespace
@@ -65,9 +89,12 @@ bool SessionControlNative::OnCallReceived(int method, TCMessageBuffer& request, 
         int id;
         bool (SessionControlNative::*handler)(int, TCMessageBuffer&, TCMessageBuffer&);
     };
-    static constexpr std::array<TSMethod, 3> kMethods{{
+    static constexpr std::array<TSMethod, 6> kMethods{{
         {0, &SessionControlNative::m_Open},
         {1, &SessionControlNative::m_Close},
+        {2, &SessionControlNative::m_GetSessionsDebugInfo},
+        {3, &SessionControlNative::m_OpenDebugTrace},
+        {4, &SessionControlNative::m_CloseDebugTrace},
         {5, &SessionControlNative::m_IsZelTerminated},
     }};
     const auto* found = std::find_if(kMethods.begin(), kMethods.end(),
@@ -94,6 +121,46 @@ bool SessionControlNative::m_Close(int /*method*/, TCMessageBuffer& request, TCM
     return true;
 }
 
+bool SessionControlNative::m_GetSessionsDebugInfo(int /*method*/, TCMessageBuffer& /*request*/,
+                                                  TCMessageBuffer& reply) {
+    std::string text = m_sessionControl.GetDebugInfo();
+    const auto size = static_cast<int>(text.size());
+    reply.PushInt(kStatusOk);
+    reply.PushInt(size);
+    reply.WriteConcatenated(text.size(), text.data(), -1);
+    ZEL_LOG_ERROR("Get Sessions Debug Info, jsonSize(%d)", size);
+    return true;
+}
+
+bool SessionControlNative::m_OpenDebugTrace(int /*method*/, TCMessageBuffer& request,
+                                            TCMessageBuffer& reply) {
+    long long traceId = 0;
+    request.ReadLongLong(&traceId, kTraceIdOffset);
+    const int length = ReadTextLength(request);
+    // One zero more than the text has, which stays part of it.
+    std::string stackTrace(static_cast<std::size_t>(length + 1), '\0');
+    if (length > 0) {
+        request.ReadConcatenated(static_cast<unsigned long>(length), stackTrace.data(), kTextOffset);
+    }
+    int language = 0;
+    request.ReadInt(&language, kTextOffset + static_cast<unsigned int>(length));
+    m_sessionControl.OpenDebugTrace(request.m_senderName, traceId, stackTrace,
+                                    m_getExePath(m_callersObserver.GetPid()), m_callersObserver.GetProgName(),
+                                    m_callersObserver.GetPid(),
+                                    static_cast<ESessionControl_ProgLang>(language));
+    reply.PushInt(kStatusOk);
+    return true;
+}
+
+bool SessionControlNative::m_CloseDebugTrace(int /*method*/, TCMessageBuffer& request,
+                                             TCMessageBuffer& reply) {
+    long long traceId = 0;
+    request.ReadLongLong(&traceId, kTraceIdOffset);
+    m_sessionControl.CloseDebugTrace(request.m_senderName, traceId);
+    reply.PushInt(kStatusOk);
+    return true;
+}
+
 bool SessionControlNative::m_IsZelTerminated(int /*method*/, TCMessageBuffer& /*request*/,
                                              TCMessageBuffer& reply) {
     const bool terminated = m_stateManager.IsZelTerminated();
@@ -101,4 +168,18 @@ bool SessionControlNative::m_IsZelTerminated(int /*method*/, TCMessageBuffer& /*
     reply.PushInt(terminated ? 1 : 0);
     ZEL_LOG_ERROR("Is ZEL terminated, isTerminated(%d)", terminated);
     return true;
+}
+
+std::string SessionControlNative::m_getExePath(const std::string& pid) {
+    constexpr std::size_t kMaxPath = 4096;
+    std::array<char, kMaxPath + 1> path{};
+    const ssize_t length = readlink(("/proc/" + pid + "/exe").c_str(), path.data(), kMaxPath);
+    if (length == -1) {
+        ZEL_LOG_ERROR("readlink failed, pid(%s)", pid.c_str());
+        return {};
+    }
+    if (static_cast<std::size_t>(length) == kMaxPath) {
+        ZEL_LOG_ERROR("PATH_MAX reached, pid(%s)", pid.c_str());
+    }
+    return path.data();
 }

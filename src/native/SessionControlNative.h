@@ -70,7 +70,13 @@ private:
  * |--------|--------------------------------|---------------------------------------|
  * | 0      | opens the caller's session     | int status                            |
  * | 1      | closes the caller's session    | int status                            |
+ * | 2      | gives the debug report         | int 0; int length; the text           |
+ * | 3      | opens a debug trace            | int 0                                 |
+ * | 4      | closes a debug trace           | int 0                                 |
  * | 5      | tells whether the service went | int 0; int 1 when terminated, else 0  |
+ *
+ * A request carries nothing but: 3, long long trace id, int length, that many bytes of text, int language; 4,
+ * long long trace id. What a request lacks is taken as trace id 0, no text, language 0.
  */
 class SessionControlNative : public ZelLiteNativeListener {
 public:
@@ -84,7 +90,12 @@ public:
 private:
     bool m_Open(int method, TCMessageBuffer& request, TCMessageBuffer& reply);
     bool m_Close(int method, TCMessageBuffer& request, TCMessageBuffer& reply);
+    bool m_GetSessionsDebugInfo(int method, TCMessageBuffer& request, TCMessageBuffer& reply);
+    bool m_OpenDebugTrace(int method, TCMessageBuffer& request, TCMessageBuffer& reply);
+    bool m_CloseDebugTrace(int method, TCMessageBuffer& request, TCMessageBuffer& reply);
     bool m_IsZelTerminated(int method, TCMessageBuffer& request, TCMessageBuffer& reply);
+
+    static std::string m_getExePath(const std::string& pid);
 
     TCSessionControl& m_sessionControl;
     TCZelDaemonStateManager& m_stateManager;

@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 #include "fakes/Actions.h"
 #include "fakes/KnownLines.h"
@@ -19,7 +20,10 @@ namespace {
 
 std::mutex mutex;
 std::vector<LogLine> recorded;
+std::function<void(const std::string&)> hookForOthers;
+std::thread::id hooksThread;
 bool recordsActions = false;
+std::thread::id actionsThread;
 
 void appendToFile(const std::string& text) {
     const int fd = open(FakeDlog::kFile, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -65,11 +69,35 @@ void FakeDlog::clear() {
 void FakeDlog::recordActions() {
     const std::lock_guard<std::mutex> lock(mutex);
     recordsActions = true;
+    actionsThread = std::this_thread::get_id();
 }
 
 std::vector<LogLine> FakeDlog::lines() {
     const std::lock_guard<std::mutex> lock(mutex);
-    return recorded;
+    std::vector<LogLine> own;
+    for (const LogLine& line : recorded) {
+        if (line.thread == std::this_thread::get_id()) {
+            own.push_back(line);
+        }
+    }
+    return own;
+}
+
+std::vector<std::string> FakeDlog::messagesOfOthers() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::vector<std::string> messages;
+    for (const LogLine& line : recorded) {
+        if (line.thread != std::this_thread::get_id()) {
+            messages.push_back(std::to_string(line.priority) + " " + line.message());
+        }
+    }
+    return messages;
+}
+
+void FakeDlog::onLineOfOthers(std::function<void(const std::string& message)> hook) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    hookForOthers = std::move(hook);
+    hooksThread = std::this_thread::get_id();
 }
 
 std::vector<std::string> FakeDlog::messages(int priority) {
@@ -95,13 +123,23 @@ int __dlog_print(log_id_t buffer, int priority, const char* tag, const char* for
     va_start(arguments, format);
     const int length = std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
-    const fakes::LogLine line{static_cast<int>(buffer), priority, tag, format, text.data()};
+    const fakes::LogLine line{static_cast<int>(buffer),  priority, tag, format, text.data(),
+                              std::this_thread::get_id()};
     fakes::expectKnown(line);
-    const std::lock_guard<std::mutex> lock(fakes::mutex);
-    fakes::recorded.push_back(line);
-    fakes::appendToFile(line.text);
-    if (fakes::recordsActions) {
-        fakes::Actions::add("log " + line.function() + ": " + line.message());
+    std::function<void(const std::string&)> hook;
+    {
+        const std::lock_guard<std::mutex> lock(fakes::mutex);
+        fakes::recorded.push_back(line);
+        fakes::appendToFile(line.text);
+        if (fakes::recordsActions && line.thread == fakes::actionsThread) {
+            fakes::Actions::add("log " + line.function() + ": " + line.message());
+        }
+        if (line.thread != fakes::hooksThread) {
+            hook = fakes::hookForOthers;
+        }
+    }
+    if (hook) {
+        hook(line.message());
     }
     return length;
 }

@@ -6,7 +6,9 @@
 #ifndef TESTS_FAKES_FAKE_DLOG_H
 #define TESTS_FAKES_FAKE_DLOG_H
 
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace fakes {
@@ -22,6 +24,8 @@ struct LogLine {
     std::string format;
     /** The formatted line. */
     std::string text;
+    /** Who logged it. */
+    std::thread::id thread;
 
     /** The line behind "FILE: FUNCTION(LINE) > ". */
     std::string message() const;
@@ -34,7 +38,8 @@ struct LogLine {
 };
 
 /**
- * The lines since the last clear. Callable from any thread.
+ * The lines since the last clear. Callable from any thread, and about the calling thread unless said
+ * otherwise.
  *
  * Every line of the daemon's own files is held against the table in KnownLines.h: one that is not in it, or
  * that carries another function or priority than it should, fails the test in which it was logged.
@@ -43,6 +48,13 @@ class FakeDlog {
 public:
     static void clear();
     static std::vector<LogLine> lines();
+
+    /** The messages of all other threads, whatever their priority, as "PRIORITY MESSAGE". */
+    static std::vector<std::string> messagesOfOthers();
+
+    /** Runs for every line of other threads than the one that sets it, after it was recorded; null for none.
+     */
+    static void onLineOfOthers(std::function<void(const std::string& message)> hook);
 
     /** The messages at @p priority, without their prefix. */
     static std::vector<std::string> messages(int priority);

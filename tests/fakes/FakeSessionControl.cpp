@@ -11,6 +11,8 @@ namespace fakes {
 bool FakeSessionControl::openResult = true;
 bool FakeSessionControl::closeResult = true;
 bool FakeSessionControl::throwsAtBirth = false;
+std::string FakeSessionControl::debugInfo;
+FakeSessionControl::Trace FakeSessionControl::lastTrace;
 
 }  // namespace fakes
 
@@ -42,4 +44,30 @@ void TCSessionControl::CloseOnCrash(const std::string& sessionId) {
 
 std::int64_t TCSessionControl::t_getTimeMs() {
     return 0;
+}
+
+void TCSessionControl::t_removeOldRecords() {}
+
+void TCSessionControl::CheckPIDs() {
+    fakes::Actions::add("SessionControl::CheckPIDs");
+}
+
+void TCSessionControl::OpenDebugTrace(const std::string& sessionId, std::int64_t traceId,
+                                      const std::string& stackTrace, const std::string& processName,
+                                      const std::string& progName, const std::string& pid,
+                                      ESessionControl_ProgLang language) {
+    fakes::Actions::add("SessionControl::OpenDebugTrace");
+    fakes::FakeSessionControl::lastTrace = {sessionId, traceId, stackTrace, processName,
+                                            progName,  pid,     language};
+}
+
+void TCSessionControl::CloseDebugTrace(const std::string& sessionId, std::int64_t traceId) {
+    fakes::Actions::add("SessionControl::CloseDebugTrace");
+    fakes::FakeSessionControl::lastTrace = {};
+    fakes::FakeSessionControl::lastTrace.sessionId = sessionId;
+    fakes::FakeSessionControl::lastTrace.traceId = traceId;
+}
+
+std::string TCSessionControl::GetDebugInfo() {
+    return fakes::FakeSessionControl::debugInfo;
 }

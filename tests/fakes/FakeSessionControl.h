@@ -7,17 +7,34 @@
 #ifndef TESTS_FAKES_FAKE_SESSION_CONTROL_H
 #define TESTS_FAKES_FAKE_SESSION_CONTROL_H
 
+#include <cstdint>
+#include <string>
+
 namespace fakes {
 
 /**
  * What it answers. Actions: "SessionControl made", "SessionControl gone", "SessionControl::Open ID PROGRAM
- * PID", "SessionControl::Close ID", "SessionControl::CloseOnCrash ID".
+ * PID", "SessionControl::Close ID", "SessionControl::CloseOnCrash ID", "SessionControl::CheckPIDs".
+ * A trace that is opened or closed is in lastTrace.
  */
 struct FakeSessionControl {
     static bool openResult;
     static bool closeResult;
     /** Whether its constructor throws. */
     static bool throwsAtBirth;
+    static std::string debugInfo;
+
+    /** The arguments of the last OpenDebugTrace or CloseDebugTrace. */
+    struct Trace {
+        std::string sessionId;
+        std::int64_t traceId = -1;
+        std::string stackTrace;
+        std::string processName;
+        std::string progName;
+        std::string pid;
+        int language = -1;
+    };
+    static Trace lastTrace;
 };
 
 }  // namespace fakes

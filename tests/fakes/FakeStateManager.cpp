@@ -9,11 +9,15 @@ namespace fakes {
 bool FakeStateManager::notifyResult = true;
 bool FakeStateManager::terminated = false;
 std::function<void()> FakeStateManager::duringNotify;
+bool FakeStateManager::terminateResult = true;
+std::vector<ETerminateErrorType> FakeStateManager::terminateErrors;
 
 void FakeStateManager::reset() {
     notifyResult = true;
     terminated = false;
     duringNotify = nullptr;
+    terminateResult = true;
+    terminateErrors.clear();
 }
 
 }  // namespace fakes
@@ -40,4 +44,17 @@ bool TCZelDaemonStateManager::Notify(ETriggerType trigger, const TSNotifyData& d
 
 bool TCZelDaemonStateManager::IsZelTerminated() {
     return FakeStateManager::terminated;
+}
+
+bool TCZelDaemonStateManager::RequestTerminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) {
+    const bool isAsPrescribed = errors.empty() && data.pid == -1 && !data.needStandbyHandling;
+    fakes::Actions::add(isAsPrescribed ? "StateManager::RequestTerminate"
+                                       : "StateManager::RequestTerminate, used data");
+    errors = FakeStateManager::terminateErrors;
+    return FakeStateManager::terminateResult;
+}
+
+bool TCZelDaemonStateManager::LaunchZelLiteApp(bool refresh) {
+    fakes::Actions::add("StateManager::LaunchZelLiteApp " + std::to_string(static_cast<int>(refresh)));
+    return true;
 }

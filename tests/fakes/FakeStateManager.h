@@ -8,20 +8,25 @@
 #define TESTS_FAKES_FAKE_STATE_MANAGER_H
 
 #include <functional>
+#include <vector>
+
+#include "ZelServiceAPI.h"
 
 namespace fakes {
 
 /**
  * What it answers. Actions: "StateManager made", "StateManager gone", "StateManager::Notify TRIGGER SOURCE
- * PLUGSTATE VALUE".
+ * PLUGSTATE VALUE", "StateManager::RequestTerminate", "StateManager::LaunchZelLiteApp REFRESH".
  */
 struct FakeStateManager {
     static bool notifyResult;
     static bool terminated;
     /** Runs inside Notify, when set. */
     static std::function<void()> duringNotify;
+    static bool terminateResult;
+    static std::vector<ETerminateErrorType> terminateErrors;
 
-    /** Back to: Notify succeeds, not terminated. */
+    /** Back to: Notify and RequestTerminate succeed without errors, not terminated. */
     static void reset();
 };
 

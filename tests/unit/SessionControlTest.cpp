@@ -43,9 +43,10 @@ constexpr int kError = 6;
 constexpr const char* kState = "/tmp/zel_lite_sessions_state.txt";
 constexpr const char* kTemporary = "/tmp/zel_lite_sessions_state_tmp.txt";
 
-timespec clockReading{};
-int clockResult = 0;
-bool clockScripted = false;
+// Scripted for the thread of the test only.
+thread_local timespec clockReading{};
+thread_local int clockResult = 0;
+thread_local bool clockScripted = false;
 
 // The bytes of an integer as the file holds it.
 std::string number(int value) {
@@ -143,7 +144,8 @@ TEST_F(SessionControlTest, TheTableIsLoadedBeforeTheSwitchesAreRead) {
     EXPECT_THAT(Actions::take(), ElementsAre("log m_loadState: Error read, contentSize(1)",
                                              "log TCSessionControl: Can not load session state", "IsDebug",
                                              "mkpath zel-lite/zel_lite_disable_tracing",
-                                             "mkpath zel-lite/zel_lite_aggressive_terminate"));
+                                             "mkpath zel-lite/zel_lite_aggressive_terminate",
+                                             "vconf_notify_key_changed memory/tv-viewer/viewer_state"));
 }
 
 TEST_F(SessionControlTest, ADaemonWithoutAStateFileBeginsWithACleanTable) {

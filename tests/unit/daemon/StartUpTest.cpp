@@ -107,6 +107,7 @@ const std::vector<std::string> kAfterSetup{
     "SessionControlNative made",
     "StartNativeAPI the listener",
     "marker ZEL-LITE MAIN: StartNativeAPI() completed.",
+    "SessionControl::CheckPIDs",
     "StateManager::Notify 1 0 0 0",
     "g_main_loop_new",
     "marker Call to resource_register_cpu_inheritance_destination()",
