@@ -2,6 +2,9 @@
 // The debug report, byte for byte against documents written by hand.
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <future>
+
 #include "fakes/FakeDlog.h"
 #include "fakes/FakeStateManager.h"
 #include "fakes/FakeVconf.h"
@@ -228,6 +231,39 @@ TEST_F(DebugReportTest, TextBeyondAsciiIsEscaped) {
 
 TEST_F(DebugReportTest, InvalidUtfEightIsReplacedAndBreaksNothing) {
     EXPECT_EQ(reportedText("a\xff"), "\"a\\ufffd\"");
+}
+
+TEST_F(DebugReportTest, OpeningASessionDoesNotWaitForALargeReport) {
+    for (int session = 0; session < 1000; ++session) {
+        for (int trace = 0; trace < 50; ++trace) {
+            openTrace(trace, "why", "session" + std::to_string(session));
+        }
+    }
+    // The report stops in its middle until the session is open.
+    std::promise<void> isRendering;
+    std::promise<void> isOpen;
+    std::atomic<bool> isFirstLine{true};
+    FakeDlog::onLineOfOthers([&](const std::string& message) {
+        if (message == "Traces num(50)" && isFirstLine.exchange(false)) {
+            isRendering.set_value();
+            isOpen.get_future().wait_for(std::chrono::seconds(10));
+        }
+    });
+    auto rendering = std::async(std::launch::async, [this] { return report(); });
+    isRendering.get_future().wait();
+
+    auto opening = std::async(std::launch::async, [this] { return m_control->Open(":1.2", "app", "78"); });
+
+    ASSERT_EQ(opening.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    isOpen.set_value();
+    EXPECT_TRUE(opening.get());
+    const std::string document = rendering.get();
+    EXPECT_THAT(document, HasSubstr("\"CreationTime\""));
+    std::size_t records = 0;
+    for (auto at = document.find("\"PID\""); at != std::string::npos; at = document.find("\"PID\"", at + 1)) {
+        ++records;
+    }
+    EXPECT_EQ(records, 1000U);
 }
 
 TEST_F(DebugReportTest, AReportChangesNothing) {

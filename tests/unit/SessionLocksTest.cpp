@@ -52,6 +52,7 @@ TEST(SessionLocksTest, EightThreadsEndWithAnEmptyConsistentTable) {
             control.IsAnySessionActive();
         },
     };
+    ASSERT_EQ(rounds.size(), 8U);
     std::vector<std::thread> threads;
     threads.reserve(rounds.size());
     for (const auto& round : rounds) {
