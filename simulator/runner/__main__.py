@@ -10,6 +10,7 @@ does not hold.
 import argparse
 import pathlib
 import sys
+import textwrap
 import time
 
 import steps
@@ -75,12 +76,14 @@ def _walk(script, world):
             continue
         began = time.monotonic()
         try:
-            steps.find(text)(world)
+            shown = steps.find(text)(world)
         except Exception as failure:  # whatever it is, the journal helps  # pylint: disable=broad-except
             print(f"  FAILED   {name}, line {number}: {text}")
             _explain(world, failure)
             return False
         print(f"  {(time.monotonic() - began) * 1000:6.0f} ms  {text}", flush=True)
+        if shown:
+            print(textwrap.indent(shown, " " * 13), flush=True)
     return True
 
 

@@ -6,8 +6,9 @@ A step is declared by a sentence with places in braces:
     @step("file {path} is absent")
     def file_is_absent(world, path): ...
 
-A place takes one word; {name:text} takes a quoted text, {name:number} an integer, {name:rest} the rest of the line.
-The function acts, or waits for what must be seen; it raises Failed when that does not come.
+A place takes one word; {name:text} takes a quoted text, {name:number} an integer, {name:rest} the rest of the line,
+{name:step} another sentence. The function acts, or waits for what must be seen; it raises Failed when that does not
+come. A text that it gives back is shown below the line.
 """
 
 import re
@@ -20,6 +21,22 @@ _KINDS = {
 }
 
 _steps = []
+
+
+def find(line):
+    """What to call for a line of a scenario, or None when it matches no sentence, or more than one."""
+    found = []
+    for _, pattern, converters, function in _steps:
+        match = pattern.fullmatch(line)
+        if match:
+            arguments = {name: convert(match[name]) for name, convert in converters.items()}
+            if None not in arguments.values():
+                found.append(lambda world, function=function, arguments=arguments: function(world, **arguments))
+    return found[0] if len(found) == 1 else None
+
+
+# A place for another sentence holds what to call for that; without one the line means nothing.
+_KINDS["step"] = (r".+", find)
 
 
 def step(sentence):
@@ -36,17 +53,6 @@ def step(sentence):
         _steps.append((sentence, re.compile(pattern), converters, function))
         return function
     return declare
-
-
-def find(line):
-    """What to call for a line of a scenario, or None when it matches no sentence, or more than one."""
-    found = []
-    for _, pattern, converters, function in _steps:
-        match = pattern.fullmatch(line)
-        if match:
-            arguments = {name: convert(match[name]) for name, convert in converters.items()}
-            found.append(lambda world, function=function, arguments=arguments: function(world, **arguments))
-    return found[0] if len(found) == 1 else None
 
 
 def sentences():

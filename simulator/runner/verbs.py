@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The sentences that scenarios are made of. One function each; the first line of its text explains it in the help."""
 
+import json
 import os
 import pathlib
 import re
@@ -12,6 +13,7 @@ from steps import step
 from world import Client, Failed, Program, session_table
 
 _STATE_FILE = pathlib.Path("/tmp/zel_lite_sessions_state.txt")
+_SWITCHES = pathlib.Path("/etc/zel-lite")
 _PRIORITIES = {"error": "3", "info": "6", "debug": "7"}
 
 
@@ -27,6 +29,31 @@ def since_boot(world):
 def from_now_on(world):
     """Only what comes from here on counts for the log and for what the service received."""
     world.mark_now()
+
+
+@step("within {seconds:number} seconds: {then:step}")
+def within(world, seconds, then):
+    """Waits longer than anything else may take."""
+    usual, world.limit = world.limit, seconds
+    try:
+        return then(world)
+    finally:
+        world.limit = usual
+
+
+# The set
+
+@step("switch {switch} is put in")
+def switch_put_in(_world, switch):
+    """Makes the file that switches something on the set; most are read only when the daemon starts."""
+    _SWITCHES.mkdir(exist_ok=True)
+    (_SWITCHES / switch).touch()
+
+
+@step("switch {switch} is taken out")
+def switch_taken_out(_world, switch):
+    """Removes the file again."""
+    (_SWITCHES / switch).unlink()
 
 
 # Units
@@ -69,6 +96,35 @@ def kill(world, unit):
         raise Failed(f"{unit} has a main process", world.unit(unit))
     os.kill(pid, signal.SIGKILL)
     world.wait(f"process {pid} is no longer the main process", lambda: world.unit(unit), lambda seen: seen[2] != pid)
+
+
+@step("remember the process of {unit}")
+def remember_process(world, unit):
+    """Keeps the main process of a unit, to be compared later."""
+    world.processes[unit] = world.unit(unit)[2]
+    if world.processes[unit] == 0:
+        raise Failed(f"{unit} has a main process", world.unit(unit))
+
+
+@step("the process of {unit} is as remembered")
+def process_is_as_remembered(world, unit):
+    """The unit runs in the same process as then."""
+    if world.unit(unit)[2] != world.processes[unit]:
+        raise Failed(f"process {world.processes[unit]}", world.unit(unit))
+
+
+@step("the process of {unit} is another")
+def process_is_another(world, unit):
+    """Waits until the unit runs in another process than then."""
+    world.wait(f"a process, but not {world.processes[unit]}", lambda: world.unit(unit)[2],
+               lambda seen: seen not in (0, world.processes[unit]))
+
+
+@step("the process of {unit} has no children")
+def process_has_no_children(world, unit):
+    """Waits until it has none; one that has ended and was not collected counts."""
+    world.wait(f"the main process of {unit} has no children", lambda: world.children(world.unit(unit)[2]),
+               lambda seen: not seen)
 
 
 @step("the services that run are {units:rest}")
@@ -123,7 +179,7 @@ def client_leaves(world, client):
 def client_is_killed(world, client):
     """Kills an application with SIGKILL."""
     world.client(client).kill()
-    del world.clients[client]
+    world.gone[client] = world.clients.pop(client)
 
 
 def _expect_ints(outcome, ints):
@@ -178,6 +234,100 @@ def client_calls_malformed(world, client, signature, error):
     _expect_error(world.client(client).receive(world.limit), error)
 
 
+# Traces and the report
+
+def _opens_trace(world, client, trace, length, text, language):
+    request = struct.pack("=qi", trace, length) + text.encode() + struct.pack("=i", language)
+    world.client(client).send(method=3, request=request.hex())
+    _expect_ints(world.client(client).receive(world.limit), "0")
+
+
+@step("client {client} opens trace {trace:number} {text:text}")
+def client_opens_trace(world, client, trace, text):
+    """Opens a debug trace of a program in C++."""
+    _opens_trace(world, client, trace, len(text.encode()), text, 1)
+
+
+@step("client {client} opens trace {trace:number} {text:text} in language {language:number}")
+def client_opens_trace_in(world, client, trace, text, language):
+    """The same, of a program in another language: 1 is C++, 2 is C#."""
+    _opens_trace(world, client, trace, len(text.encode()), text, language)
+
+
+@step("client {client} opens trace {trace:number} {text:text} with the length {length:number}")
+def client_opens_trace_lying(world, client, trace, text, length):
+    """The same, with a length that is not the text's."""
+    _opens_trace(world, client, trace, length, text, 1)
+
+
+@step("client {client} closes trace {trace:number}")
+def client_closes_trace(world, client, trace):
+    """Closes a debug trace."""
+    world.client(client).send(method=4, request=struct.pack("=q", trace).hex())
+    _expect_ints(world.client(client).receive(world.limit), "0")
+
+
+@step("client {client} asks for the report")
+def client_asks_for_report(world, client):
+    """Fetches the debug report: status 0, its length and just as many bytes of JSON."""
+    world.client(client).send(method=2)
+    outcome = world.client(client).receive(world.limit)
+    reply = bytes.fromhex(outcome.get("reply", ""))
+    if len(reply) < 8 or struct.unpack_from("=ii", reply) != (0, len(reply) - 8):
+        raise Failed("status 0, the length of a text and the text", outcome)
+    world.report = reply[8:].decode()
+    json.loads(world.report)
+
+
+@step("show the report")
+def show_report(world):
+    """Prints the report that was fetched last."""
+    return world.report
+
+
+def _report_lines(world):
+    return [line.strip().rstrip(",") for line in world.report.split("\n")]
+
+
+@step("the report has {line:rest}")
+def report_has(world, line):
+    """The report that was fetched last has exactly that line, a comma at its end aside; * stands for anything."""
+    if not any(_glob(line).fullmatch(seen) for seen in _report_lines(world)):
+        raise Failed(f"a line {line}", world.report)
+
+
+@step("the report lacks {line:rest}")
+def report_lacks(world, line):
+    """It has no such line."""
+    if any(_glob(line).fullmatch(seen) for seen in _report_lines(world)):
+        raise Failed(f"no line {line}", world.report)
+
+
+def _reported_traces(world, keep):
+    records = json.loads(world.report)["zel-lite"] or []
+    return [(record, trace) for record in records for trace in record["StackTraces"] or [] if keep(record, trace)]
+
+
+@step("the report shows the {state} traces {texts:rest}")
+def report_shows(world, state, texts):
+    """All its traces that are open, or closed, in its order: none, or e.g. "first" "second"."""
+    wanted = [] if texts == "none" else re.findall(r'"([^"]*)"', texts)
+    closed = {"open": False, "closed": True}[state]
+    seen = [trace["StackTrace"].rstrip("\0") for _, trace in
+            _reported_traces(world, lambda record, trace: ("DestructionTime" in trace) == closed)]
+    if seen != wanted:
+        raise Failed(wanted, world.report)
+
+
+@step("the report shows {text:text} for client {client}")
+def report_shows_for(world, text, client):
+    """A trace with that text stands under the process and the program of that client, which may be killed by now."""
+    whose = world.client_or_gone(client)
+    seen = _reported_traces(world, lambda record, trace: trace["StackTrace"].rstrip("\0") == text)
+    if [(record["PID"], record["ProcessName"]) for record, _ in seen] != [(str(whose.pid), whose.path)]:
+        raise Failed(f"'{text}' under process {whose.pid}, {whose.path}", world.report)
+
+
 # The daemon's log
 
 def _glob(text):
@@ -213,6 +363,36 @@ def log_says_exactly(world, text, level, function):
 def log_then_says(world, text):
     """The same, after the line that the last such step has found."""
     _log_says(world, text, after=world.matched)
+
+
+@step("log says {text:text} of client {client}")
+def log_says_of(world, text, client):
+    """The same as without a client; NAME, PROGRAM and PID in the text stand for the client's."""
+    whose = world.client_or_gone(client)
+    for word, value in (("NAME", whose.name), ("PROGRAM", whose.program), ("PID", str(whose.pid))):
+        text = text.replace(word, value)
+    _log_says(world, text)
+
+
+@step("log then says {text:text} about {seconds:number} seconds later")
+def log_then_says_later(world, text, seconds):
+    """The same as without the time; at most a second sooner than that, two seconds later."""
+    began = world.journal.entries[world.matched - 1].monotonic
+    _log_says(world, text, after=world.matched)
+    took = world.journal.entries[world.matched - 1].monotonic - began
+    if not seconds - 1 <= took <= seconds + 2:
+        raise Failed(f"about {seconds} s", f"{took:.3f} s")
+
+
+@step("log says {text:text} {count:number} times")
+def log_says_times(world, text, count):
+    """Waits until there are that many such lines, and no more."""
+    world.wait(f"the daemon logs '{text}' {count} times", lambda: len(_log_matches(world, text, None, None, 0)),
+               lambda seen: seen >= count)
+    world.journal.read_all()
+    seen = len(_log_matches(world, text, None, None, 0))
+    if seen != count:
+        raise Failed(count, seen)
 
 
 @step("log never says {text:text}")
@@ -266,6 +446,19 @@ def service_is_told(world, file, value):
 def service_is_told_nothing(world):
     """Removes all control files."""
     world.tell_service_nothing()
+
+
+# The launcher
+
+@step("the launcher ran with {runs:rest}")
+def launcher_ran_with(world, runs):
+    """The arguments of each run of the launcher, in order: nothing, or e.g. <-r>, <a> <b>."""
+    look = lambda: [entry.message for _, entry in world.lines("zel-lite-app-launch")]  # noqa: E731
+    wanted = [] if runs == "nothing" else runs.split(", ")
+    world.wait(f"{len(wanted)} runs", look, lambda seen: len(seen) >= len(wanted))
+    world.journal.read_all()
+    if look() != wanted:
+        raise Failed(wanted, look())
 
 
 # Files

@@ -39,7 +39,8 @@ class Client:
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, user=user)
         self.name = self.receive(_START_LIMIT)["name"]
         self.pid = self._process.pid
-        self.program = os.path.basename(os.readlink(f"/proc/{self.pid}/exe"))
+        self.path = os.readlink(f"/proc/{self.pid}/exe")
+        self.program = os.path.basename(self.path)
 
     def send(self, interface="com.brenlow.ISessionControl", method=0, signature="siay", request=""):
         """Begins a call; its outcome is for receive()."""
@@ -107,8 +108,11 @@ class World:
         self.mark = 0      # the first journal entry that counts
         self.matched = 0   # the one after the last that a step has matched
         self.clients = {}
+        self.gone = {}     # the clients that were killed
         self.programs = {}
         self.remembered = {}
+        self.processes = {}   # of units, to be compared later
+        self.report = None
         self._bus = dbus.bus.BusConnection(dbus.bus.BusConnection.TYPE_SYSTEM)
 
     def wait(self, expected, look, holds):
@@ -161,6 +165,12 @@ class World:
         if done.returncode != 0:
             raise Failed("systemctl succeeds", f"status {done.returncode}, {done.stderr.strip()}")
 
+    @staticmethod
+    def children(pid):
+        """Process ids of the children of a process, those that have ended and wait to be collected included."""
+        tasks = pathlib.Path(f"/proc/{pid}/task").glob("*/children")
+        return [int(child) for task in tasks for child in task.read_text().split()]
+
     def owner_pid(self, name):
         """Process id of the owner of a bus name, 0 when it has none."""
         try:
@@ -177,6 +187,10 @@ class World:
             raise Failed(f"client {name} exists", f"clients: {', '.join(self.clients) or 'none'}")
         return self.clients[name]
 
+    def client_or_gone(self, name):
+        """The client, also after it was killed, for what is still said of it."""
+        return self.client(name) if name not in self.gone else self.gone[name]
+
     def program(self, name):
         if name not in self.programs:
             raise Failed(f"program {name} exists", f"programs: {', '.join(self.programs) or 'none'}")
@@ -187,6 +201,7 @@ class World:
         for running in (*self.clients.values(), *self.programs.values()):
             running.kill()
         self.clients.clear()
+        self.gone.clear()
         self.programs.clear()
         self.tell_service_nothing()
 
