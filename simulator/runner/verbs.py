@@ -374,6 +374,12 @@ def log_says_of(world, text, client):
     _log_says(world, text)
 
 
+@step("log says {text:text} of the remembered process of {unit}")
+def log_says_of_process(world, text, unit):
+    """The same as without a process; PID in the text stands for its id."""
+    _log_says(world, text.replace("PID", str(world.processes[unit])))
+
+
 @step("log then says {text:text} about {seconds:number} seconds later")
 def log_then_says_later(world, text, seconds):
     """The same as without the time; at most a second sooner than that, two seconds later."""
