@@ -6,6 +6,13 @@
  * A *session* is an application's word that it needs the service, under an id of its own: over IPC the
  * caller's connection name. Opening one makes sure that the service runs. The table of sessions is kept in
  * /tmp, so that a restarted daemon still knows who holds one; /tmp is empty at boot, and so is the table.
+ *
+ * A *debug trace* is an application's note of why it needs the service, a text under a number of its own; a
+ * *record* holds the traces of one session. Traces decide nothing: the debug report shows them, also for a
+ * while after they were closed. A helper thread forgets what is old.
+ *
+ * An *attempt* asks the service to terminate, unless somebody holds a session. One is made ten seconds after
+ * the last session closed, where the set's switch asks for it.
  */
 #ifndef ZEL_LITE_SESSION_CONTROL_H
 #define ZEL_LITE_SESSION_CONTROL_H
@@ -105,7 +112,8 @@ public:
     void CheckPIDs();
 
     /**
-     * Asks the service to terminate, unless somebody holds a session.
+     * Asks the service to terminate. Refused while somebody holds a session; on a debug set a switch lets it
+     * through. The previous attempt's errors and the recent traces are forgotten in either case.
      *
      * @return whether the service is terminated
      */
@@ -127,7 +135,7 @@ public:
                         const std::string& processName, const std::string& progName, const std::string& pid,
                         ESessionControl_ProgLang language);
 
-    /** Closes a debug trace, which is reported for 20 seconds more. */
+    /** Closes a debug trace. It is reported for at least 20 seconds more, unless an attempt comes first. */
     void CloseDebugTrace(const std::string& sessionId, std::int64_t traceId);
 
     /** The debug report: traces, last termination attempt and viewer state, as a JSON document. */

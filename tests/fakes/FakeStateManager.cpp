@@ -11,6 +11,7 @@ bool FakeStateManager::terminated = false;
 std::function<void()> FakeStateManager::duringNotify;
 bool FakeStateManager::terminateResult = true;
 std::vector<ETerminateErrorType> FakeStateManager::terminateErrors;
+std::function<void()> FakeStateManager::duringTerminate;
 
 void FakeStateManager::reset() {
     notifyResult = true;
@@ -18,6 +19,7 @@ void FakeStateManager::reset() {
     duringNotify = nullptr;
     terminateResult = true;
     terminateErrors.clear();
+    duringTerminate = nullptr;
 }
 
 }  // namespace fakes
@@ -50,6 +52,9 @@ bool TCZelDaemonStateManager::RequestTerminate(std::vector<ETerminateErrorType>&
     const bool isAsPrescribed = errors.empty() && data.pid == -1 && !data.needStandbyHandling;
     fakes::Actions::add(isAsPrescribed ? "StateManager::RequestTerminate"
                                        : "StateManager::RequestTerminate, used data");
+    if (FakeStateManager::duringTerminate) {
+        FakeStateManager::duringTerminate();
+    }
     errors = FakeStateManager::terminateErrors;
     return FakeStateManager::terminateResult;
 }

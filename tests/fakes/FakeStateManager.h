@@ -25,6 +25,8 @@ struct FakeStateManager {
     static std::function<void()> duringNotify;
     static bool terminateResult;
     static std::vector<ETerminateErrorType> terminateErrors;
+    /** Runs inside RequestTerminate, when set. */
+    static std::function<void()> duringTerminate;
 
     /** Back to: Notify and RequestTerminate succeed without errors, not terminated. */
     static void reset();

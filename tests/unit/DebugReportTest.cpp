@@ -194,6 +194,17 @@ TEST_F(DebugReportTest, TimesAreSecondsAndThreeDigits) {
     }
 }
 
+TEST_F(DebugReportTest, WrappedTimesAreShownEverywhere) {
+    openAt(-2000, 1, "why");
+    closeAt(-1500, 1);
+    EXPECT_THAT(report(), HasSubstr("\"DestructionTime\" : \"-1.-500\""));
+    EXPECT_THAT(report(), HasSubstr("\"TerminationTime\" : \"-1.-500\""));
+
+    m_control->TryTerminateZel();
+
+    EXPECT_THAT(report(), HasSubstr("\"LastTryTerminateTime\" : \"-1.-500\""));
+}
+
 TEST_F(DebugReportTest, ATimeOfAnAttemptThatIsZeroIsEmpty) {
     m_control->setTime(0);
 
@@ -250,7 +261,7 @@ TEST_F(DebugReportTest, OpeningASessionDoesNotWaitForALargeReport) {
         }
     });
     auto rendering = std::async(std::launch::async, [this] { return report(); });
-    isRendering.get_future().wait();
+    ASSERT_EQ(isRendering.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 
     auto opening = std::async(std::launch::async, [this] { return m_control->Open(":1.2", "app", "78"); });
 

@@ -102,6 +102,9 @@ TEST_F(DebugTraceTest, WhatAnApplicationSaidOfItselfFirstIsKept) {
     EXPECT_TRUE(reports("\"PID\" : \"1\""));
     EXPECT_TRUE(reports("\"Language\" : \"C/C++\""));
     EXPECT_FALSE(reports("/second"));
+    m_control->TryTerminateZel();
+    EXPECT_THAT(FakeDlog::messages(kError),
+                Contains("Force to close debug trace, sessionId(:1.1), progName(first), pid(1), traceID(2)"));
 }
 
 TEST_F(DebugTraceTest, AnUnknownSessionOrTraceIsLoggedAndChangesNothing) {
@@ -139,15 +142,49 @@ TEST_F(DebugTraceTest, OpeningRevivesTheRecord) {
     EXPECT_TRUE(reports("\"TerminationTime\" : \"\""));
 }
 
-// A record is refused an open only while it has open traces, whose time is 0 already; the revival is seen by
-// its surviving as an old record does not.
+// Only a record with open traces can be refused one, and such a record is alive already.
 TEST_F(DebugTraceTest, ARefusedOpenLeavesTheRecordAlive) {
     openTrace(1);
     openTrace(1);
 
     ageAt(1'000'000);
 
-    EXPECT_TRUE(reports("\"PID\" : \"77\""));
+    EXPECT_TRUE(reports("\"TerminationTime\" : \"\""));
+}
+
+TEST_F(DebugTraceTest, AFullRecordIsFullAlsoForATraceThatItHas) {
+    for (int i = 0; i < 50; ++i) {
+        openTrace(i);
+    }
+
+    m_control->OpenDebugTrace(":1.1", 7, "again", "/usr/bin/other", "other", "88",
+                              ESessionControl_ProgLang_Cpp);
+
+    EXPECT_THAT(
+        FakeDlog::messages(kError),
+        ElementsAre(
+            "Can not open StackTrace, traces limit reached, pid(88), processTracesNum(50), traceId(7)"));
+}
+
+TEST_F(DebugTraceTest, ARefusalNamesTheProcessThatAsks) {
+    openTrace(7);
+
+    m_control->OpenDebugTrace(":1.1", 7, "again", "/usr/bin/other", "other", "88",
+                              ESessionControl_ProgLang_Cpp);
+
+    EXPECT_THAT(FakeDlog::messages(kError),
+                ElementsAre("Can not open StackTrace, traceId already present, pid(88), traceId(7)"));
+}
+
+TEST_F(DebugTraceTest, WrappedTimesAgeLikeOthers) {
+    m_control->setTime(-50'000);
+    traceClosedAt(1, -50'000);
+
+    ageAt(-50'000 + 19'999);
+    EXPECT_TRUE(reports("trace1"));
+
+    ageAt(-30'000);
+    EXPECT_TRUE(reports("\"zel-lite\" : null"));
 }
 
 TEST_F(DebugTraceTest, ARecordWithOpenTracesIsNeverAgedOut) {

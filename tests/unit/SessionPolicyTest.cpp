@@ -2,7 +2,9 @@
 // When the service is asked to terminate, what is recorded of it, who is still alive, and the helper thread.
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <climits>
+#include <future>
 
 #include "fakes/Actions.h"
 #include "fakes/FakeDlog.h"
@@ -141,9 +143,31 @@ TEST_F(SessionPolicyTest, SuccessForceClosesEveryOpenTrace) {
             "Force to close debug trace, sessionId(:1.1), progName(app), pid(77), traceID(1)", "ST(one)",
             "Force to close debug trace, sessionId(:1.1), progName(app), pid(77), traceID(2)", "ST(two)",
             "Force to close debug trace, sessionId(:1.2), progName(app), pid(77), traceID(9)", "ST(nine)"));
+    const std::string report = m_control->GetDebugInfo();
+    EXPECT_THAT(report, HasSubstr("\"DestructionTime\" : \"1.000\"")) << "they are recent traces now";
+    EXPECT_THAT(report, HasSubstr("\"TerminationTime\" : \"1.000\""));
     forget();
     m_control->TryTerminateZel();
     EXPECT_THAT(FakeDlog::messages(kError), IsEmpty()) << "nothing is open any more";
+}
+
+TEST_F(SessionPolicyTest, AnAttemptHoldsBothLocksWhileTheServiceIsAsked) {
+    std::future<bool> opening;
+    std::future<void> tracing;
+    FakeStateManager::duringTerminate = [&] {
+        opening = std::async(std::launch::async, [this] { return m_control->Open(":1.2", "app", "78"); });
+        tracing = std::async(std::launch::async, [this] { openTrace(1); });
+        EXPECT_EQ(opening.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+        EXPECT_EQ(tracing.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+        Actions::add("asked");
+    };
+
+    EXPECT_TRUE(m_control->TryTerminateZel());
+
+    EXPECT_TRUE(opening.get());
+    tracing.get();
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("StateManager::RequestTerminate", "asked", "StateManager::Notify 1 0 0 0"));
 }
 
 TEST_F(SessionPolicyTest, ARefusalForceClosesNothing) {
@@ -170,6 +194,7 @@ TEST_F(SessionPolicyTest, ErrorsBecomeTracesUnderTheReservedIdUntilTheNextAttemp
     EXPECT_THAT(report, HasSubstr("\"Language\" : \"C/C++\""));
     EXPECT_THAT(report, HasSubstr("\"Termination error (ETerminateErrorType): 12\""));
     EXPECT_THAT(report, HasSubstr("\"Termination error (ETerminateErrorType): -3\""));
+    EXPECT_LT(report.find("): 12"), report.find("): -3")) << "in the order of the service's list";
     EXPECT_THAT(FakeDlog::messages(kInfo),
                 Contains("m_isDebug(1), disableSessionsCheck(0), m_termianteErrorsCount(2)"));
     m_control->CloseDebugTrace("##_LAST_TERMINATE_ERRORS", 0);
@@ -353,6 +378,20 @@ TEST_F(SessionPolicyTest, OwnersThatAreGoneLoseTheirSessionsAndTheOthersStay) {
     }
 }
 
+TEST_F(SessionPolicyTest, ADeadOwnersTracesAreClosedOnADebugSetOnly) {
+    for (const bool debug : {true, false}) {
+        fakes::FakeLite::isDebug = debug;
+        start();
+        Processes::scripted = true;
+        m_control->Open(":1.1", "p", "200");
+        openTrace(1);
+
+        m_control->CheckPIDs();
+
+        EXPECT_EQ(m_control->GetDebugInfo().find("DestructionTime") != std::string::npos, debug);
+    }
+}
+
 TEST_F(SessionPolicyTest, AProcessThatMayNotBeSignalledCountsAsNotRunning) {
     Processes::scripted = true;
     Processes::error = EPERM;
@@ -372,15 +411,17 @@ TEST_F(SessionPolicyTest, APidBeyondThirtyTwoBitsIsTheLargestAsWhereLongHasThirt
     m_control->CheckPIDs();
 
     EXPECT_THAT(Processes::probed, ElementsAre(INT_MAX, INT_MAX, INT_MIN));
+    EXPECT_FALSE(m_control->IsAnySessionActive()) << "a negative one that is not there is gone too";
 }
 
-TEST_F(SessionPolicyTest, ThePidIsReadAsFarAsItIsANumber) {
+TEST_F(SessionPolicyTest, ThePidIsReadAsFarAsItIsADecimalNumber) {
     Processes::scripted = true;
     m_control->Open("a", "p", " 42xyz");
+    m_control->Open("b", "p", "010");
 
     m_control->CheckPIDs();
 
-    EXPECT_THAT(Processes::probed, ElementsAre(42));
+    EXPECT_THAT(Processes::probed, ElementsAre(42, 10));
 }
 
 TEST_F(SessionPolicyTest, WithoutSessionsNobodyIsProbed) {
@@ -435,6 +476,27 @@ TEST_F(SessionPolicyTest, AStateThatCannotBeReadIsLoggedAndChangesNothing) {
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre("Getting vconf key failed, key(memory/tv-viewer/viewer_state)"));
     EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerState\" : \"not set\""));
+}
+
+TEST_F(SessionPolicyTest, TheKeyIsIgnoredBeforeTheHelperThreadIsToldToEnd) {
+    HelperWaits::reset();
+    const auto watched = [] {
+        const auto actions = Actions::take();
+        return actions.empty() ? std::string("nothing") : actions.front();
+    };
+    std::string beforeTheEnd;
+    FakeDlog::onLineOfOthers([&](const std::string& message) {
+        if (message == "Helper Thread End") {
+            beforeTheEnd = watched();
+        }
+    });
+    // The thread has to be in its wait to say its end.
+    HelperWaits::end(1);
+    ASSERT_TRUE(becomesTrue([] { return !HelperWaits::seconds().empty(); }));
+
+    m_control.reset();
+
+    EXPECT_EQ(beforeTheEnd, "vconf_ignore_key_changed memory/tv-viewer/viewer_state");
 }
 
 TEST_F(SessionPolicyTest, TheKeyIsNotWatchedAfterTheEnd) {

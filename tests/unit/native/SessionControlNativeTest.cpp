@@ -244,7 +244,13 @@ TEST_F(SessionControlNativeTest, WithALengthOfMinusOneTheLanguageIsReadAtOffsetE
 
 TEST_F(SessionControlNativeTest, ALengthThatTheRequestCannotHoldCountsAsAbsentAndIsLogged) {
     m_observer.SetCurrentCaller({"player", static_cast<std::uint32_t>(getpid())});
-    for (const int length : {-2, -2147483647 - 1, 4, 2147483647}) {
+    // The language is read at offset 11 then: the length's last byte and the three that follow it.
+    struct Row {
+        int length;
+        int language;
+    };
+    for (const auto& [length, language] : {Row{-2, 0x636261ff}, Row{-2147483647 - 1, 0x63626180},
+                                           Row{4, 0x63626100}, Row{2147483647, 0x6362617f}}) {
         SCOPED_TRACE(length);
         m_request.Resize(0);
         traceRequest(1, length, "abc", std::nullopt);
@@ -253,6 +259,7 @@ TEST_F(SessionControlNativeTest, ALengthThatTheRequestCannotHoldCountsAsAbsentAn
         EXPECT_TRUE(m_native.OnCallReceived(3, m_request, m_reply));
 
         EXPECT_EQ(FakeSessionControl::lastTrace.stackTrace, "");
+        EXPECT_EQ(FakeSessionControl::lastTrace.language, language);
         EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Request can not hold the trace, length(" +
                                                             std::to_string(length) + "), size(15)"));
         EXPECT_EQ(FakeDlog::lines().back().function(), "m_OpenDebugTrace");
