@@ -94,8 +94,14 @@ bool ControlFiles::yes(const std::string& name) const {
 
 bool ControlFiles::names(const std::string& name, const std::string& call) const {
     const auto content = text(name);
-    if (content && *content != "notify" && *content != "terminate") {
-        complain(name, *content, "notify or terminate");
+    std::istringstream words(content.value_or(""));
+    bool isNamed = false;
+    for (std::string word; words >> word;) {
+        if (word != "notify" && word != "terminate") {
+            complain(name, *content, "notify or terminate");
+            return false;
+        }
+        isNamed = isNamed || word == call;
     }
-    return content == call;
+    return isNamed;
 }

@@ -33,7 +33,7 @@ public:
     /** Whether the file @p name says "yes" and not "no". */
     bool yes(const std::string& name) const;
 
-    /** Whether the file @p name names @p call, which is "notify" or "terminate". */
+    /** Whether @p call is among the words of the file @p name, each of which is "notify" or "terminate". */
     bool names(const std::string& name, const std::string& call) const;
 
 private:
