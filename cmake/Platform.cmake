@@ -9,6 +9,7 @@
 set(ZEL_PLATFORM_LIBRARIES
   "dlog|dlog"
   "vconf|vconf"
+  "aul|aul"
   "tzplatform-config|libtzplatform-config"
   "capi-system-resource|capi-system-resource"
   "service-api|zel-service-api zel-api-ipc zel-api-lite")
