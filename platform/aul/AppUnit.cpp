@@ -15,6 +15,9 @@ constexpr std::string_view kHierarchies[] = {"", "name=systemd"};
 // one.
 constexpr std::string_view kDeleted = " (deleted)";
 
+// The kernel cuts a longer path to this length without a word.
+constexpr std::size_t kLongestPath = 4095;
+
 bool removePrefix(std::string_view& text, std::string_view prefix) {
     if (text.substr(0, prefix.size()) != prefix) {
         return false;
@@ -134,7 +137,7 @@ std::optional<std::string> appIdOfPath(std::string_view path) {
 std::optional<std::string> appIdOfCgroups(std::string_view cgroups) {
     for (const std::string_view hierarchy : kHierarchies) {
         std::string_view path = pathIn(hierarchy, cgroups);
-        if (removeSuffix(path, kDeleted)) {
+        if (removeSuffix(path, kDeleted) || path.size() >= kLongestPath) {
             return std::nullopt;
         }
         if (std::optional<std::string> id = appIdOfPath(path)) {

@@ -36,7 +36,8 @@ std::optional<std::string> appIdOfPath(std::string_view path);
  * which it keeps to its own named hierarchy have the unit there.
  *
  * @param cgroups  the cgroups of the process, as in /proc/PID/cgroup
- * @return nothing when the process is in no application unit, or its cgroup has been removed
+ * @return nothing when the process is in no application unit, its cgroup has been removed, or the path is as
+ * long as the kernel tells any, so that its innermost units may be missing
  */
 std::optional<std::string> appIdOfCgroups(std::string_view cgroups);
 

@@ -23,8 +23,8 @@ struct FileCloser {
     void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
 };
 
-// The cgroups of a process, as the kernel lists them: a path of at most 4 KiB for each hierarchy, or an
-// error. Nothing when the process is gone or the kernel won't tell.
+// The cgroups of a process, as the kernel lists them: a path of at most 4 KiB for each hierarchy. Nothing
+// when the process is gone or the kernel won't tell.
 std::optional<std::string> cgroupsOf(int pid) {
     const std::string path = "/proc/" + std::to_string(pid) + "/cgroup";
     const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "re"));

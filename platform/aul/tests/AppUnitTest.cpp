@@ -218,6 +218,17 @@ TEST(CgroupsTest, ARemovedCgroupNamesNothing) {
     EXPECT_EQ(appIdOfCgroups("1:name=systemd:/app-viewer-1.scope\n0::/x (deleted)\n"), kNothing);
 }
 
+TEST(CgroupsTest, APathThatMayHaveBeenCutNamesNothing) {
+    const std::string uncut = "0::/app-viewer-1.scope/" + std::string(4074, 'a');
+    const std::string named = "1:name=systemd:/app-viewer-1.scope/" + std::string(4074, 'a');
+
+    EXPECT_EQ(appIdOfCgroups(uncut), "viewer");
+    EXPECT_EQ(appIdOfCgroups(uncut + "a"), kNothing);
+    EXPECT_EQ(appIdOfCgroups(uncut + "a (deleted)"), kNothing);
+    EXPECT_EQ(appIdOfCgroups(named), "viewer");
+    EXPECT_EQ(appIdOfCgroups(named + "a"), kNothing);
+}
+
 TEST(CgroupsTest, WhatIsNoListOfCgroupsNamesNothing) {
     for (const char* const cgroups :
          {"", "\n", "\n\n", ":", "::", "0", "0:", "0::", "0::\n", "app-viewer-1.scope",

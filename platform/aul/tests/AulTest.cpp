@@ -110,6 +110,15 @@ TEST_F(AulTest, AProcessThatEndedWithItsUnitIsUnknown) {
     EXPECT_EQ(appIdOf(m_process), "-1");
 }
 
+TEST_F(AulTest, AProcessWhosePathIsTooLongForTheKernelIsUnknown) {
+    std::string units;
+    for (int unit = 0; unit < 20; ++unit) {
+        units += "/app-" + std::string(240, 'a') + "-1.scope";
+    }
+
+    EXPECT_EQ(appIdIn("app-outer-1.scope" + units), "-1");
+}
+
 TEST_F(AulTest, AProcessIdThatNobodyHasIsUnknown) {
     EXPECT_EQ(ask(INT_MAX, 1023).result, -1);
 }

@@ -65,6 +65,12 @@ void makeFolders() {
     g_named = makeFolder("/tmp/aul-test/named");
 }
 
+void goTo(const fs::path& folder) {
+    if (chdir(folder.c_str()) != 0) {
+        throw lastError("can't go to " + folder.string());
+    }
+}
+
 void killAllIn(const fs::path& folder) {
     std::ifstream processes(folder / "cgroup.procs");
     for (int pid = 0; processes >> pid;) {
@@ -72,12 +78,15 @@ void killAllIn(const fs::path& folder) {
     }
 }
 
+// Goes from folder to folder, because what is deep down may have a longer path than can be named.
 void removeFolder(const fs::path& folder) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+    goTo(folder);
+    for (const fs::directory_entry& entry : fs::directory_iterator(".")) {
         if (entry.is_directory()) {
             removeFolder(entry.path());
         }
     }
+    goTo("..");
     if (!becomesTrue([&folder] {
             killAllIn(folder);
             return rmdir(folder.c_str()) == 0;
@@ -159,8 +168,11 @@ Process::~Process() {
 }
 
 void Process::enter(const std::string& folder) const {
-    fs::create_directories(folder);
-    std::ofstream processes(folder + "/cgroup.procs");
+    for (const fs::path& component : fs::path(folder)) {
+        mkdir(component.c_str(), 0755);
+        goTo(component);
+    }
+    std::ofstream processes("cgroup.procs");
     if (!(processes << m_id << std::flush)) {
         throw lastError("the process can't enter " + folder);
     }

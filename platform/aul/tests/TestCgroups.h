@@ -37,7 +37,8 @@ public:
     /** Its process id. */
     int id() const { return m_id; }
 
-    /** Moves it to the cgroup at @p folder, and makes that first where it is missing. */
+    /** Moves it to the cgroup at @p folder, an absolute path, and makes that first where it is missing. The
+     * caller's working directory is there afterwards, since the path may be longer than can be named. */
     void enter(const std::string& folder) const;
 
     /** Kills it and returns when it has ended; it stays as one that nobody has waited for. */
