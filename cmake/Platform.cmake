@@ -12,7 +12,8 @@ set(ZEL_PLATFORM_LIBRARIES
   "aul|aul"
   "tzplatform-config|libtzplatform-config"
   "capi-system-resource|capi-system-resource"
-  "service-api|zel-service-api zel-api-ipc zel-api-lite")
+  "service-api|zel-service-api zel-api-ipc zel-api-lite"
+  "tv-extension|tv-extension-client")
 
 find_package(PkgConfig REQUIRED)
 
@@ -30,6 +31,7 @@ set_property(CACHE ZEL_PLATFORM PROPERTY STRINGS device linux)
 # Public libraries, the same on both platforms.
 pkg_check_modules(GLIB REQUIRED IMPORTED_TARGET "glib-2.0>=2.62")
 pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
+pkg_check_modules(WAYLAND_CLIENT REQUIRED IMPORTED_TARGET wayland-client)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET "jsoncpp>=1.9.2")
 
 if(ZEL_PLATFORM STREQUAL "device")
