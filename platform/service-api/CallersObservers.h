@@ -12,7 +12,8 @@
 
 #include "TCIpcProperties.h"
 
-/** Tells all observers. No lock is held while an observer runs, so an observer may add another. */
+/** Tells all observers. No lock is held while an observer runs, so an observer may add or remove
+ * one. */
 class CallersObservers {
 public:
     /** Announces the caller of the next call. What an observer throws passes on: the call can't be served
@@ -27,6 +28,9 @@ public:
 
 private:
     static std::vector<TIIPCCallersObserver*> all();
+    static bool isPresent(const TIIPCCallersObserver* observer);
+    template <typename Hook>
+    static void tellAll(Hook hook);
 };
 
 #endif

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "TCIpcProperties.h"
 
+#include <algorithm>
 #include <exception>
 #include <mutex>
 
@@ -42,26 +43,45 @@ void TCIpcProperties::AddCallersObserver(TIIPCCallersObserver& observer) {
     m_impl->observers.push_back(&observer);
 }
 
+void TCIpcProperties::RemoveCallersObserver(TIIPCCallersObserver& observer) {
+    const std::lock_guard<std::mutex> lock(m_impl->mutex);
+    auto& observers = m_impl->observers;
+    observers.erase(std::remove(observers.begin(), observers.end(), &observer), observers.end());
+}
+
 std::vector<TIIPCCallersObserver*> CallersObservers::all() {
     TCIpcProperties::Impl& impl = *TCIpcProperties::Instance().m_impl;
     const std::lock_guard<std::mutex> lock(impl.mutex);
     return impl.observers;
 }
 
-void CallersObservers::setCurrentCaller(const TSCallerProperties& caller) {
+// One observer's hook may remove another.
+bool CallersObservers::isPresent(const TIIPCCallersObserver* observer) {
+    const auto present = all();
+    return std::find(present.begin(), present.end(), observer) != present.end();
+}
+
+template <typename Hook>
+void CallersObservers::tellAll(Hook hook) {
     for (TIIPCCallersObserver* observer : all()) {
-        observer->SetCurrentCaller(caller);
+        if (isPresent(observer)) {
+            hook(*observer);
+        }
     }
+}
+
+void CallersObservers::setCurrentCaller(const TSCallerProperties& caller) {
+    tellAll([&caller](TIIPCCallersObserver& observer) { observer.SetCurrentCaller(caller); });
 }
 
 void CallersObservers::clearCurrentCaller() {
-    for (TIIPCCallersObserver* observer : all()) {
-        guarded("ClearCurrentCaller", [&] { observer->ClearCurrentCaller(); });
-    }
+    tellAll([](TIIPCCallersObserver& observer) {
+        guarded("ClearCurrentCaller", [&observer] { observer.ClearCurrentCaller(); });
+    });
 }
 
 void CallersObservers::ownerRemoved(const std::string& connectionName, std::uint32_t pid) {
-    for (TIIPCCallersObserver* observer : all()) {
-        guarded("OwnerRemoved", [&] { observer->OwnerRemoved(connectionName, pid); });
-    }
+    tellAll([&connectionName, pid](TIIPCCallersObserver& observer) {
+        guarded("OwnerRemoved", [&] { observer.OwnerRemoved(connectionName, pid); });
+    });
 }

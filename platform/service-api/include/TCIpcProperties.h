@@ -52,6 +52,12 @@ public:
     /** Adds an observer, which must outlive the dispatching of calls. To be called before StartNativeAPI. */
     void AddCallersObserver(TIIPCCallersObserver& observer);
 
+    /**
+     * Removes an observer; nothing when it was never added. Once this has returned none of its hooks begins,
+     * but one that runs on another thread may still run.
+     */
+    void RemoveCallersObserver(TIIPCCallersObserver& observer);
+
 private:
     friend class CallersObservers;
     struct Impl;
