@@ -7,6 +7,7 @@
 run_packages=(
     g++ cmake ninja-build pkg-config
     libglib2.0-dev libdbus-1-dev libjsoncpp-dev libsdbus-c++-dev libsystemd-dev
+    libwayland-dev libwayland-bin
     dbus systemd systemd-container mount util-linux
     python3 python3-dbus
 )

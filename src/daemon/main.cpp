@@ -12,6 +12,7 @@
 #include "ZelDaemonStateManager.h"
 #include "ZelServiceAPIManager.h"
 #include "native/SessionControlNative.h"
+#include "util/ZELLiteWaylandNotificationReceiver.h"
 
 namespace {
 
@@ -55,6 +56,7 @@ int main() {
     TCSessionControl sessionControl(stateManager);
     SessionControlCallersObserver callersObserver(sessionControl);
     TCIpcProperties::Instance().AddCallersObserver(callersObserver);
+    CZELLiteWaylandNotificationReceiver waylandReceiver(stateManager, sessionControl);
 
     // Calls arrive from here on, so everything they reach stands already.
     ZelServiceAPIManager::GetInstance(kBusInterface, kObjectPath)
@@ -69,6 +71,7 @@ int main() {
 
     // The loop lives as long as the process and has no quit path: the daemon ends by being killed.
     GMainLoop* const loop = g_main_loop_new(g_main_context_default(), FALSE);
+    waylandReceiver.Start(loop);
     InheritCpuBoost();
     BootMarker("ZEL-LITE MAIN: Executing g_main_loop_run().");
     g_main_loop_run(loop);

@@ -61,3 +61,7 @@ TCIpcProperties& TCIpcProperties::Instance() {
 void TCIpcProperties::AddCallersObserver(TIIPCCallersObserver& /*observer*/) {
     fakes::Actions::add("AddCallersObserver");
 }
+
+void TCIpcProperties::RemoveCallersObserver(TIIPCCallersObserver& /*observer*/) {
+    fakes::Actions::add("RemoveCallersObserver");
+}

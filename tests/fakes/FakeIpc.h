@@ -11,8 +11,8 @@
 namespace fakes {
 
 /**
- * Actions: "Setup INTERFACE OBJECT", "AddCallersObserver", "GetInstance INTERFACE OBJECT", "StartNativeAPI
- * INTERFACE".
+ * Actions: "Setup INTERFACE OBJECT", "AddCallersObserver", "RemoveCallersObserver", "GetInstance INTERFACE
+ * OBJECT", "StartNativeAPI INTERFACE".
  */
 struct FakeIpc {
     /** What the coming calls of Setup answer, first to last; true when it is empty. */

@@ -48,6 +48,14 @@ bool TCZelDaemonStateManager::IsZelTerminated() {
     return FakeStateManager::terminated;
 }
 
+void TCZelDaemonStateManager::RegisterListener(IZelDaemonStateListener* /*listener*/) {
+    fakes::Actions::add("StateManager::RegisterListener");
+}
+
+void TCZelDaemonStateManager::UnregisterListener(IZelDaemonStateListener* /*listener*/) {
+    fakes::Actions::add("StateManager::UnregisterListener");
+}
+
 bool TCZelDaemonStateManager::RequestTerminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) {
     const bool isAsPrescribed = errors.empty() && data.pid == -1 && !data.needStandbyHandling;
     fakes::Actions::add(isAsPrescribed ? "StateManager::RequestTerminate"

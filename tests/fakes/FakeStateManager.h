@@ -16,7 +16,9 @@ namespace fakes {
 
 /**
  * What it answers. Actions: "StateManager made", "StateManager gone", "StateManager::Notify TRIGGER SOURCE
- * PLUGSTATE VALUE", "StateManager::RequestTerminate", "StateManager::LaunchZelLiteApp REFRESH".
+ * PLUGSTATE VALUE", "StateManager::RequestTerminate",
+ * "StateManager::RegisterListener", "StateManager::UnregisterListener", "StateManager::LaunchZelLiteApp
+ * REFRESH".
  */
 struct FakeStateManager {
     static bool notifyResult;

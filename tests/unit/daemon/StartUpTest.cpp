@@ -13,6 +13,7 @@
 #include "fakes/FakeSessionControl.h"
 #include "fakes/FakeStateManager.h"
 #include "native/SessionControlNative.h"
+#include "util/ZELLiteWaylandNotificationReceiver.h"
 
 using fakes::Actions;
 using fakes::FakeIpc;
@@ -67,6 +68,20 @@ bool SessionControlNative::OnCallReceived(int /*method*/, TCMessageBuffer& /*req
     return false;
 }
 
+CZELLiteWaylandNotificationReceiver::CZELLiteWaylandNotificationReceiver(
+    TCZelDaemonStateManager& stateManager, TCSessionControl& sessionControl)
+    : m_stateManager(stateManager), m_sessionControl(sessionControl) {
+    Actions::add("Receiver made");
+}
+
+CZELLiteWaylandNotificationReceiver::~CZELLiteWaylandNotificationReceiver() {
+    Actions::add("Receiver gone");
+}
+
+void CZELLiteWaylandNotificationReceiver::OnStart() {}
+void CZELLiteWaylandNotificationReceiver::OnTerminate() {}
+void CZELLiteWaylandNotificationReceiver::OnTerminateSuccess(const TSZelData& /*data*/) {}
+
 namespace {
 
 GMainContext* contextOfLoop = nullptr;
@@ -88,6 +103,10 @@ extern "C" void __wrap_g_main_loop_run(GMainLoop* loop) {
     Actions::add(loop == madeLoop ? "g_main_loop_run" : "g_main_loop_run of another loop");
 }
 
+void CZELLiteWaylandNotificationReceiver::Start(GMainLoop* loop) {
+    Actions::add(loop == madeLoop ? "Receiver::Start with the loop" : "Receiver::Start with another loop");
+}
+
 namespace {
 
 const char* const kSetup = "Setup com.brenlow.ZELLite.SignalIFace /com/brenlow/ZELLite/SignalObject";
@@ -103,6 +122,7 @@ const std::vector<std::string> kAfterSetup{
     "SessionControl made",
     "CallersObserver made",
     "AddCallersObserver",
+    "Receiver made",
     "GetInstance com.brenlow.ZELLite.SignalIFace /com/brenlow/ZELLite/SignalObject",
     "SessionControlNative made",
     "StartNativeAPI the listener",
@@ -110,10 +130,12 @@ const std::vector<std::string> kAfterSetup{
     "SessionControl::CheckPIDs",
     "StateManager::Notify 1 0 0 0",
     "g_main_loop_new",
+    "Receiver::Start with the loop",
     "marker Call to resource_register_cpu_inheritance_destination()",
     "inherit zel-lite self",
     "marker ZEL-LITE MAIN: Executing g_main_loop_run().",
     "g_main_loop_run",
+    "Receiver gone",
     "CallersObserver gone",
     "SessionControl gone",
     "StateManager gone",
