@@ -292,6 +292,58 @@ TEST(IpcServerTest, ObserversAreToldOfTheCallerBeforeAndAfterEachCallInTheOrderA
     });
 }
 
+TEST(IpcServerTest, AnObserverThatWasRemovedHearsNothingMore) {
+    inFreshProcess([] {
+        RecordingObserver passing("passing");
+        TCIpcProperties::Instance().AddCallersObserver(passing);
+        const Served served;
+        Client client;
+        client.call(0, "");
+        const std::size_t heard = record().events().size();
+
+        TCIpcProperties::Instance().RemoveCallersObserver(passing);
+        TCIpcProperties::Instance().RemoveCallersObserver(passing);
+        client.call(1, "");
+
+        const auto events = record().events();
+        EXPECT_EQ(heard, 4U);
+        EXPECT_EQ(std::vector<std::string>(events.begin() + static_cast<std::ptrdiff_t>(heard), events.end()),
+                  std::vector<std::string>{"call 1 from " + client.name()});
+    });
+}
+
+namespace {
+
+/** Removes another observer when a call comes. */
+class RemovingObserver : public RecordingObserver {
+public:
+    explicit RemovingObserver(TIIPCCallersObserver& other) : RecordingObserver("remover"), m_other(other) {}
+
+    void SetCurrentCaller(const TSCallerProperties& caller) override {
+        RecordingObserver::SetCurrentCaller(caller);
+        TCIpcProperties::Instance().RemoveCallersObserver(m_other);
+    }
+
+private:
+    TIIPCCallersObserver& m_other;
+};
+
+}  // namespace
+
+TEST(IpcServerTest, AnObserverRemovedByTheOneBeforeItIsNotToldOfThatCall) {
+    inFreshProcess([] {
+        RecordingObserver doomed("doomed");
+        observe(std::make_unique<RemovingObserver>(doomed));
+        TCIpcProperties::Instance().AddCallersObserver(doomed);
+        const Served served;
+        Client client;
+
+        client.call(0, "");
+
+        EXPECT_THAT(record().events(), testing::Each(testing::Not(testing::StartsWith("doomed"))));
+    });
+}
+
 TEST(IpcServerTest, TheCallerIsClearedAlsoWhenTheListenerRefusesOrThrows) {
     inFreshProcess([] {
         observe(std::make_unique<RecordingObserver>("only"));
