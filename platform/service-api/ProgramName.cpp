@@ -5,7 +5,8 @@
 
 #include <array>
 #include <climits>
-#include <fstream>
+#include <cstdio>
+#include <memory>
 #include <string_view>
 
 namespace {
@@ -26,10 +27,19 @@ std::string executableName(const std::string& process) {
     return std::string(path.substr(path.rfind('/') + 1));
 }
 
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+// Close-on-exec from the first moment on: the daemon starts other programs on other threads.
 std::string commandName(const std::string& process) {
-    std::string name;
-    std::getline(std::ifstream(process + "/comm"), name);
-    return name;
+    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen((process + "/comm").c_str(), "re"));
+    std::array<char, 64> line{};
+    if (!file || std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr) {
+        return {};
+    }
+    const std::string_view name(line.data());
+    return std::string(name.substr(0, name.find('\n')));
 }
 
 }  // namespace
