@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import signal
 import struct
 import subprocess
@@ -532,9 +533,9 @@ def state_file_holds(world, clients):
 
 @step("run {command:rest}")
 def run(world, command):
-    """Runs a command and waits for its end; it must succeed."""
+    """Runs a command, split into words as a shell would, and waits for its end; it must succeed."""
     try:
-        done = subprocess.run(command.split(), capture_output=True, text=True, timeout=world.limit, check=False)
+        done = subprocess.run(shlex.split(command), capture_output=True, text=True, timeout=world.limit, check=False)
     except subprocess.TimeoutExpired:
         raise Failed(f"'{command}' ends", f"it still ran after {world.limit} s") from None
     if done.returncode != 0:
@@ -546,7 +547,7 @@ def program_runs(world, program, command):
     """Starts a program of the box beside everything else; what it prints is collected."""
     if program in world.programs:
         raise Failed(f"no program {program} yet", "there is one")
-    world.programs[program] = Program(command.split())
+    world.programs[program] = Program(shlex.split(command))
 
 
 @step("program {program} prints {text:text} on {stream}")
