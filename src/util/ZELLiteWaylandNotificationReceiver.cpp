@@ -186,6 +186,24 @@ std::optional<std::array<std::int32_t, 3>> ReadIntegers(const char* caller, cons
     return integers;
 }
 
+/** The window of a visibility change, and whose it is. */
+struct TSWindow {
+    int clientId;
+    int appPid;
+    std::string appName;
+};
+
+std::optional<TSWindow> ReadWindow(const char* caller, int visibility, const wl_array* payload) {
+    const auto integers = ReadIntegers(caller, payload, 2);
+    if (!integers) {
+        return std::nullopt;
+    }
+    const auto [clientId, appPid, unused] = *integers;
+    ZEL_LOG_FROM(caller, DLOG_ERROR, "Visibility:%d AppPid:%d clientID:%d aul_app_get_appid_bypid start",
+                 visibility, appPid, clientId);
+    return TSWindow{clientId, appPid, TCAppIdCache::Instance().GetAppIdByPid(appPid)};
+}
+
 bool IsDebugSet() {
     return access(kDebugSet, F_OK) == 0;
 }
@@ -389,31 +407,23 @@ void CZELLiteWaylandNotificationReceiver::m_Hide(const std::string& sessionId, i
 void CZELLiteWaylandNotificationReceiver::ZELClientReadyVisibilityChange(void* /*data*/,
                                                                          tizen_zel_notifier* /*notifier*/,
                                                                          int visibility, wl_array* payload) {
-    const auto integers = ReadIntegers(static_cast<const char*>(__func__), payload, 2);
-    if (!integers) {
+    const auto window = ReadWindow(static_cast<const char*>(__func__), visibility, payload);
+    if (!window) {
         return;
     }
-    const auto [clientId, appPid, unused] = *integers;
-    ZEL_LOG_ERROR("Visibility:%d AppPid:%d clientID:%d aul_app_get_appid_bypid start", visibility, appPid,
-                  clientId);
-    const std::string appName = TCAppIdCache::Instance().GetAppIdByPid(appPid);
     ZEL_LOG_ERROR("Client ready visibility change. Visibility:%d AppName:%s AppPid:%d clientID:%d ",
-                  visibility, appName.c_str(), appPid, clientId);
+                  visibility, window->appName.c_str(), window->appPid, window->clientId);
 }
 
 void CZELLiteWaylandNotificationReceiver::ZELClientAsyncVisibilityChange(void* /*data*/,
                                                                          tizen_zel_notifier* /*notifier*/,
                                                                          int visibility, wl_array* payload) {
-    const auto integers = ReadIntegers(static_cast<const char*>(__func__), payload, 2);
-    if (!integers) {
+    const auto window = ReadWindow(static_cast<const char*>(__func__), visibility, payload);
+    if (!window) {
         return;
     }
-    const auto [clientId, appPid, unused] = *integers;
-    ZEL_LOG_ERROR("Visibility:%d AppPid:%d clientID:%d aul_app_get_appid_bypid start", visibility, appPid,
-                  clientId);
-    const std::string appName = TCAppIdCache::Instance().GetAppIdByPid(appPid);
     ZEL_LOG_ERROR("Client async visibility change. Visibility:%d AppName:%s AppPid:%d clientID:%d",
-                  visibility, appName.c_str(), appPid, clientId);
+                  visibility, window->appName.c_str(), window->appPid, window->clientId);
 }
 
 void CZELLiteWaylandNotificationReceiver::ZELClientsInfoCallback(void* /*data*/,
