@@ -13,7 +13,10 @@ set(ZEL_PLATFORM_LIBRARIES
   "tzplatform-config|libtzplatform-config"
   "capi-system-resource|capi-system-resource"
   "service-api|zel-service-api zel-api-ipc zel-api-lite"
-  "tv-extension|tv-extension-client")
+  "tv-extension|tv-extension-client"
+  "deviced|deviced"
+  "tvtimer|tvtimer"
+  "libbptime|libbptime")
 
 find_package(PkgConfig REQUIRED)
 
