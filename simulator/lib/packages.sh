@@ -2,12 +2,17 @@
 # shellcheck shell=bash
 # What a fresh Debian 12 lacks. Sourced after say.sh.
 
-# To build, and to boot the television.
-# shellcheck disable=SC2034  # for the script that sources this
-run_packages=(
+# To build everything but the tests.
+build_packages=(
     g++ cmake ninja-build pkg-config
     libglib2.0-dev libdbus-1-dev libjsoncpp-dev libsdbus-c++-dev libsystemd-dev
     libwayland-dev libwayland-bin
+)
+
+# To build, and to boot the television.
+# shellcheck disable=SC2034  # for the script that sources this
+run_packages=(
+    "${build_packages[@]}"
     dbus systemd systemd-container mount util-linux
     python3 python3-dbus
 )
