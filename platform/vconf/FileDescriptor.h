@@ -34,6 +34,9 @@ public:
         }
     }
 
+    /** Gives the descriptor away: who gets the number closes it. */
+    int release() { return std::exchange(m_fd, -1); }
+
     /** The descriptor's number, below 0 when there is none. */
     int get() const { return m_fd; }
 

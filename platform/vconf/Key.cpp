@@ -20,11 +20,8 @@ constexpr std::array<StorageRow, 3> kStorages{{
     {"file", "/var/lib"},
 }};
 
-bool isGoodComponent(std::string_view component) {
-    return !component.empty() && component != "." && component != ".." &&
-           component.find('\n') == std::string_view::npos &&
-           component.substr(0, kReservedPrefix.size()) != kReservedPrefix;
-}
+// Below the base.
+constexpr std::array<std::string_view, 2> kOwnFolders{"zel-platform", "vconf"};
 
 std::vector<std::string> split(std::string_view key) {
     std::vector<std::string> components;
@@ -46,20 +43,34 @@ std::string KeyPath::folder() const {
     return path;
 }
 
+bool isGoodComponent(std::string_view component) {
+    return !component.empty() && component != "." && component != ".." &&
+           component.find('\n') == std::string_view::npos &&
+           component.substr(0, kReservedPrefix.size()) != kReservedPrefix;
+}
+
 std::optional<KeyPath> locateKey(const char* key) {
-    if (key == nullptr) {
+    std::optional<KeyPath> path = locateFolder(key);
+    if (!path || path->folders.size() <= kOwnFolders.size() + 1) {
         return std::nullopt;
     }
-    std::vector<std::string> components = split(key);
+    path->name = std::move(path->folders.back());
+    path->folders.pop_back();
+    return path;
+}
+
+std::optional<KeyPath> locateFolder(const char* folder) {
+    if (folder == nullptr) {
+        return std::nullopt;
+    }
+    const std::vector<std::string> components = split(folder);
     const auto* const storage =
         std::find_if(kStorages.begin(), kStorages.end(),
                      [&components](const StorageRow& row) { return row.component == components.front(); });
-    if (storage == kStorages.end() || components.size() < 2 ||
-        !std::all_of(components.begin(), components.end(), isGoodComponent)) {
+    if (storage == kStorages.end() || !std::all_of(components.begin(), components.end(), isGoodComponent)) {
         return std::nullopt;
     }
-    KeyPath path{storage->base, {"zel-platform", "vconf"}, std::move(components.back())};
-    components.pop_back();
+    KeyPath path{storage->base, {kOwnFolders.begin(), kOwnFolders.end()}, ""};
     path.folders.insert(path.folders.end(), components.begin(), components.end());
     return path;
 }

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Store.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "FileDescriptor.h"
@@ -51,9 +54,29 @@ FileDescriptor openFolder(const KeyPath& path, IfMissing ifMissing) {
     return folder;
 }
 
+bool isFolder(const FileDescriptor& parent, const char* name) {
+    struct stat status {};
+    return fstatat(parent.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
+}
+
 bool isRegular(const FileDescriptor& file) {
     struct stat status {};
     return fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+struct CloseStream {
+    void operator()(DIR* stream) const { closedir(stream); }
+};
+using Stream = std::unique_ptr<DIR, CloseStream>;
+
+// A stream that owns a descriptor of its own.
+Stream streamOf(const FileDescriptor& folder) {
+    FileDescriptor own(openat(folder.get(), ".", kOpenFolder));
+    Stream stream(own ? fdopendir(own.get()) : nullptr);
+    if (stream) {
+        own.release();
+    }
+    return stream;
 }
 
 // Whole or not at all. The size that the file claims to have is not asked for: it may grow meanwhile.
@@ -159,6 +182,23 @@ bool save(const KeyPath& path, const Value& value) {
 bool erase(const KeyPath& path) {
     const FileDescriptor folder = openFolder(path, IfMissing::kFail);
     return folder && unlinkat(folder.get(), path.name.c_str(), 0) == 0;
+}
+
+std::optional<std::vector<Entry>> list(const KeyPath& folder) {
+    const FileDescriptor opened = openFolder(folder, IfMissing::kFail);
+    const Stream stream = opened ? streamOf(opened) : nullptr;
+    if (!stream) {
+        return std::nullopt;
+    }
+    std::vector<Entry> entries;
+    while (const dirent* found = readdir(stream.get())) {
+        if (isGoodComponent(found->d_name)) {
+            entries.push_back({found->d_name, isFolder(opened, found->d_name)});
+        }
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry& left, const Entry& right) { return left.name < right.name; });
+    return entries;
 }
 
 }  // namespace vconf

@@ -10,6 +10,10 @@
 #ifndef VCONF_STORE_H
 #define VCONF_STORE_H
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "Key.h"
 #include "Value.h"
 
@@ -27,6 +31,16 @@ bool save(const KeyPath& path, const Value& value);
 
 /** Removes a key. @return whether it was there and is gone */
 bool erase(const KeyPath& path);
+
+/** What a folder has under one name. */
+struct Entry {
+    std::string name;
+    bool isFolder;
+};
+
+/** Lists a folder of keys, sorted by name, without the names that no key can have; nothing when there is no
+ * such folder. */
+std::optional<std::vector<Entry>> list(const KeyPath& folder);
 
 }  // namespace vconf
 

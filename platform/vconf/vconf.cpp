@@ -85,6 +85,25 @@ int vconf_get_key_type(const char* in_key) {
     return guarded(static_cast<int>(VCONF_TYPE_NONE), [in_key] { return vconf::typeOf(valueOf(in_key)); });
 }
 
+int vconf_is_key(const char* in_key) {
+    return guarded(0, [in_key] { return vconf::locateKey(in_key) ? 1 : 0; });
+}
+
+int vconf_list(const char* in_folder, vconf_list_fn cb, void* user_data) {
+    return guarded(kFailure, [in_folder, cb, user_data] {
+        const std::optional<vconf::KeyPath> path = vconf::locateFolder(in_folder);
+        const auto entries = path && cb != nullptr ? vconf::list(*path) : std::nullopt;
+        if (!entries) {
+            return kFailure;
+        }
+        for (const vconf::Entry& entry : *entries) {
+            const std::string key = std::string(in_folder) + '/' + entry.name;
+            cb(key.c_str(), entry.isFolder ? 1 : 0, user_data);
+        }
+        return kSuccess;
+    });
+}
+
 int vconf_set_int(const char* in_key, int intval) {
     return set(in_key, intval);
 }

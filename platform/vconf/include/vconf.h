@@ -103,6 +103,33 @@ char* vconf_get_str(const char* in_key);
 int vconf_get_key_type(const char* in_key);
 
 /**
+ * Tells whether a text is a key, set or not. Only on Linux, for tools that explain why they refuse.
+ *
+ * @param in_key  the text
+ * @return 1 for a key, 0 for a bad one
+ */
+int vconf_is_key(const char* in_key);
+
+/**
+ * Is called for each name in a folder of keys, on the thread that lists it.
+ *
+ * @param name       the key, or the folder, from the first component on; valid until the call returns
+ * @param is_folder  1 for a folder, 0 for a key, which may have no value that can be read
+ * @param user_data  as given with the callback
+ */
+typedef void (*vconf_list_fn)(const char* name, int is_folder, void* user_data);
+
+/**
+ * Lists a folder of keys, sorted by name, without what is in its folders. Only on Linux, for tools.
+ *
+ * @param in_folder  the folder, such as "memory" or "memory/sysman"
+ * @param cb         what is called; not null
+ * @param user_data  handed to every call; the caller's
+ * @return 0, or -1 when there is no such folder
+ */
+int vconf_list(const char* in_folder, vconf_list_fn cb, void* user_data);
+
+/**
  * Sets a key to an integer, whatever it was before.
  *
  * @param in_key  the key

@@ -48,6 +48,17 @@ std::vector<std::string> namesIn(const fs::path& folder) {
     return names;
 }
 
+void addName(const char* name, int isFolder, void* names) {
+    static_cast<std::vector<std::string>*>(names)->push_back(std::string(name) +
+                                                             (isFolder == 1 ? " folder" : ""));
+}
+
+std::vector<std::string> listed(const char* folder) {
+    std::vector<std::string> names;
+    EXPECT_EQ(vconf_list(folder, addName, &names), 0);
+    return names;
+}
+
 class VconfTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -256,6 +267,7 @@ TEST_F(VconfTest, BadKeysAreRefusedByEveryFunction) {
         EXPECT_EQ(vconf_get_dbl(key, &real), -1);
         EXPECT_EQ(CText(vconf_get_str(key)), nullptr);
         EXPECT_EQ(vconf_get_key_type(key), 0);
+        EXPECT_EQ(vconf_is_key(key), 0);
         EXPECT_EQ(vconf_unset(key), -1);
         EXPECT_EQ(vconf_notify_key_changed(key, ignore, nullptr), -1);
         EXPECT_EQ(vconf_ignore_key_changed(key, ignore), -1);
@@ -272,6 +284,7 @@ TEST_F(VconfTest, ComponentsThatOnlyLookBadAreGood) {
 
         EXPECT_EQ(vconf_set_int(key, 3), 0);
 
+        EXPECT_EQ(vconf_is_key(key), 1);
         EXPECT_EQ(vconf_get_int(key, &read), 0);
         EXPECT_EQ(read, 3);
     }
@@ -452,6 +465,43 @@ TEST_F(VconfTest, AFolderThatWasThereKeepsItsPermissions) {
     vconf_set_int("memory/test/key", 1);
 
     EXPECT_EQ(fs::status(kMemoryFolder).permissions(), static_cast<fs::perms>(0700));
+}
+
+TEST_F(VconfTest, AFolderIsListedByNameWithoutWhatIsInItsFolders) {
+    vconf_set_int("memory/test/b", 1);
+    vconf_set_int("memory/test/a/deeper", 1);
+    vconf_set_int("memory/test/c", 1);
+
+    EXPECT_THAT(listed("memory/test"), ElementsAre("memory/test/a folder", "memory/test/b", "memory/test/c"));
+    EXPECT_THAT(listed("memory"), ElementsAre("memory/test folder"));
+}
+
+TEST_F(VconfTest, NamesThatNoKeyCanHaveAreNotListed) {
+    putKeyFile("int\n1");
+    for (const char* name : {".vconf-1-0", "two\nlines"}) {
+        std::ofstream(fs::path(kMemoryFolder) / name) << "int\n1";
+    }
+
+    EXPECT_THAT(listed("memory/test"), ElementsAre("memory/test/key"));
+}
+
+TEST_F(VconfTest, ALinkIsListedAsAKeyWhereverItLeads) {
+    fs::create_directories(kMemoryFolder);
+    fs::create_directory_symlink("/etc", fs::path(kMemoryFolder) / "link");
+
+    EXPECT_THAT(listed("memory/test"), ElementsAre("memory/test/link"));
+    EXPECT_EQ(vconf_list("memory/test/link", addName, nullptr), -1);
+}
+
+TEST_F(VconfTest, WhatIsNoFolderOfKeysIsNotListed) {
+    vconf_set_int("memory/test/key", 1);
+
+    for (const char* folder : {static_cast<const char*>(nullptr), "", "/", "memory/", "memory/test/",
+                               "memory/test/key", "memory/none", "db", "memory/../..", "etc"}) {
+        SCOPED_TRACE(folder == nullptr ? "null" : folder);
+        EXPECT_EQ(vconf_list(folder, addName, nullptr), -1);
+    }
+    EXPECT_EQ(vconf_list("memory", nullptr, nullptr), -1);
 }
 
 TEST_F(VconfTest, NothingButTheKeyIsLeftBehind) {
