@@ -3,7 +3,7 @@
 
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${CMAKE_SOURCE_DIR}"
   "${CMAKE_SOURCE_DIR}/src/*.h" "${CMAKE_SOURCE_DIR}/platform/*.h" "${CMAKE_SOURCE_DIR}/simulator/*.h"
-  "${CMAKE_SOURCE_DIR}/tests/*.h")
+  "${CMAKE_SOURCE_DIR}/tools/*.h" "${CMAKE_SOURCE_DIR}/tests/*.h")
 
 set(units "")
 foreach(header IN LISTS headers)

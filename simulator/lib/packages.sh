@@ -6,7 +6,7 @@
 build_packages=(
     g++ cmake ninja-build pkg-config
     libglib2.0-dev libdbus-1-dev libjsoncpp-dev libsdbus-c++-dev libsystemd-dev
-    libwayland-dev libwayland-bin
+    libwayland-dev libwayland-bin libcli11-dev
 )
 
 # To build, and to boot the television.
@@ -21,7 +21,7 @@ run_packages=(
 # shellcheck disable=SC2034  # for the script that sources this
 test_packages=(
     libgtest-dev libgmock-dev
-    clang-format clang-tidy shellcheck
+    clang-format clang-tidy shellcheck mandoc
 )
 
 # The names of those packages, one a line, that are not installed.
