@@ -68,6 +68,12 @@ void TCSessionControl::CloseDebugTrace(const std::string& sessionId, std::int64_
     fakes::FakeSessionControl::lastTrace.traceId = traceId;
 }
 
+bool TCSessionControl::TryTerminateZelWithAppLaunch(bool alwaysLaunchApp) {
+    fakes::Actions::add("SessionControl::TryTerminateZelWithAppLaunch " +
+                        std::to_string(static_cast<int>(alwaysLaunchApp)));
+    return true;
+}
+
 std::string TCSessionControl::GetDebugInfo() {
     return fakes::FakeSessionControl::debugInfo;
 }

@@ -14,7 +14,8 @@ namespace fakes {
 
 /**
  * What it answers. Actions: "SessionControl made", "SessionControl gone", "SessionControl::Open ID PROGRAM
- * PID", "SessionControl::Close ID", "SessionControl::CloseOnCrash ID", "SessionControl::CheckPIDs".
+ * PID", "SessionControl::Close ID", "SessionControl::CloseOnCrash ID", "SessionControl::CheckPIDs",
+ * "SessionControl::TryTerminateZelWithAppLaunch ALWAYS".
  * A trace that is opened or closed is in lastTrace.
  */
 struct FakeSessionControl {

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <string>
 
@@ -221,22 +220,78 @@ constexpr std::array kKnownLines{
               "aul_app_get_appid_bypid returned: %d, appid: %s"},
     KnownLine{"AppIdCache.cpp", "m_debugPrintCacheData", kDebug, "PID: [%d] -> AppId: [%s]"},
     KnownLine{"AppIdCache.cpp", "OwnerRemoved", kError, "Remove entry for PID: [%d]"},
+    KnownLine{"ExtSourcesManager.cpp", "SourcePlugChanged", kError, "ExtSourcesManager object is NULL!"},
+    KnownLine{"ExtSourcesManager.cpp", "SourcePlugChanged", kError,
+              "Callback for key out of sources map! Callback_key: [%s]"},
+    KnownLine{"ExtSourcesManager.cpp", "SourcePlugChanged", kDebug,
+              "Notified ZEL-MAIN! -> source[%d], sourcePlugState[%d]"},
+    KnownLine{"ExtSourcesManager.cpp", "SourcePlugChanged", kError,
+              "ZEL-MAIN notify FAILED! -> source[%d], sourcePlugState[%d]"},
+    KnownLine{"VconfListener.cpp", "OnStolenTVVconfChanged", kDebug, "Notified ZEL-MAIN! -> vconf[%s]"},
+    KnownLine{"VconfListener.cpp", "OnStolenTVVconfChanged", kError, "ZEL-MAIN notify FAILED! -> vconf[%s]"},
+    KnownLine{"PowerManager.cpp", "HandleStandby", kDebug, "flag: [%s]"},
+    KnownLine{"PowerManager.cpp", "HandleWakeUp", kDebug, "flag: [%s]"},
+    KnownLine{"PowerManager.cpp", "OnStandbyOff", kError, "Failed reading vconf key [%s]!"},
+    KnownLine{"PowerManager.cpp", "OnStandbyOff", kError,
+              "Unknown value of wakeTimeValue! wakeTimeValue: [%d]"},
+    KnownLine{"PowerManager.cpp", "OnStandbyOff", kError, "Scheduling standby timer failed! Error: [%d]"},
+    KnownLine{"PowerManager.cpp", "TvTimerCallback", kError, "Timer not set!"},
+    KnownLine{"PowerManager.cpp", "TvTimerCallback", kError, "Failed setting vconf key: [%s]!"},
+    KnownLine{"TimeManager.cpp", "OnStart", kDebug, "called"},
+    KnownLine{"TimeManager.cpp", "OnTerminate", kDebug, "called"},
+    KnownLine{"TimeManager.cpp", "m_startMonitoring", kError, "called"},
+    KnownLine{"TimeManager.cpp", "m_stopMonitoring", kError, "called"},
+    KnownLine{"TimeManager.cpp", "NetwotkTimeChangedCB", kDebug, "time vconf changed"},
+    KnownLine{"TimeManager.cpp", "ClockModeChangedCB", kDebug, "time vconf changed"},
+    KnownLine{"TimeManager.cpp", "NetwotkTimeChangedCB", kError, "timeManager object is NULL!"},
+    KnownLine{"TimeManager.cpp", "ClockModeChangedCB", kError, "timeManager object is NULL!"},
+    KnownLine{"TimeManager.cpp", "SyncSystemTimeCb", kError, "timeManager object is NULL!"},
+    KnownLine{"TimeManager.cpp", "NetworkSyncTime", kDebug, "type : %d, val : %d"},
+    KnownLine{"TimeManager.cpp", "SyncTime", kDebug, "TCTimeManager::SyncTime"},
+    KnownLine{"TimeManager.cpp", "m_notifyZelMain", kError, "ERROR: FAILED to start ZEL on startup"},
+    KnownLine{"TimeManager.cpp", "m_IsSystemTimeNeedSync", kDebug,
+              "UTC=%lu, \033[1;36m settingReason: %d, ret: %d"},
+    KnownLine{"TimeManager.cpp", "m_IsSystemTimeNeedSync", kDebug,
+              "rtcTime is over Max time, set default time[=> rtcTime=%lu]"},
+    KnownLine{"TimeManager.cpp", "m_IsSystemTimeNeedSync", kDebug, "UTC=%lu, rtcTime=%lu, sub=%lu"},
+    KnownLine{"TimeManager.cpp", "m_IsSystemTimeNeedSync", kDebug, "SYNC_THRESHOLD"},
+    KnownLine{"TimeManager.cpp", "m_getSystemTime", kDebug, "get System Time UTC!"},
+    KnownLine{"TimeManager.cpp", "m_getSystemTime", kError, "UTC! failed, ret=%d"},
+    KnownLine{"TimeManager.cpp", "m_getSystemTime", kDebug, "UTC = %lu"},
+    KnownLine{"TimeManager.cpp", "m_GetRTCTime", kError, "%s open fail"},
+    KnownLine{"TimeManager.cpp", "m_GetRTCTime", kError, "%s read fail"},
+    KnownLine{"TimeManager.cpp", "m_GetRTCTime", kDebug,
+              "_time=%lu rtc_tm.tm_year=%d, rtc_tm.tm_mon=%d, rtc_tm.tm_mday=%d"},
+    KnownLine{"KeyListener.cpp", "Initialize", kError, "[%s][%d] Couldn't open the library"},
+    KnownLine{"KeyListener.cpp", "Unregister", kError,
+              "[%s][%d] There was error during closing dynamic library: %s"},
+    KnownLine{"KeyListener.cpp", "m_LaunchLiteApp", kDebug, "[%s][%d] %s hit sucessfully! %d"},
+    KnownLine{"KeyListener.cpp", "m_LaunchLiteApp", kError, "[%s][%d] m_Wrapper is nullptr"},
+    KnownLine{"KeyListener.cpp", "m_CallInitializeFinalizeFunctions", kError,
+              "[%s][%d] There was error during getting %s function: %s "},
+    KnownLine{"KeyListener.cpp", "m_CallHandlerFunction", kError,
+              "[%s][%d] There was error during getting %s function: %s "},
 };
 
 const std::string kPrefix = "%s: %s(%d) > ";
 
-bool isOf(const KnownLine& known, const LogLine& line) {
-    return line.file() == known.file && line.function() == known.function &&
-           line.priority == known.priority && line.format == kPrefix + known.text;
-}
-
 }  // namespace
 
 void expectKnown(const LogLine& line) {
-    const bool isOurs = std::any_of(kKnownLines.begin(), kKnownLines.end(),
-                                    [&line](const KnownLine& known) { return line.file() == known.file; });
-    if (isOurs && std::none_of(kKnownLines.begin(), kKnownLines.end(),
-                               [&line](const KnownLine& known) { return isOf(known, line); })) {
+    const std::string file = line.file();
+    const std::string function = line.function();
+    bool isOurs = false;
+    for (const KnownLine& known : kKnownLines) {
+        if (file != known.file) {
+            continue;
+        }
+        if (function == known.function && line.priority == known.priority &&
+            line.format == kPrefix + known.text) {
+            return;
+        }
+        isOurs = true;
+    }
+    if (isOurs) {
         ADD_FAILURE() << "no line of the daemon: priority " << line.priority << ", " << line.text;
     }
 }
