@@ -392,18 +392,10 @@ TEST_F(VconftoolTest, WatchPrintsNothingAboutOtherKeys) {
     EXPECT_EQ(program.output().find("other"), std::string::npos);
 }
 
-TEST_F(VconftoolTest, AKeyThatIsWatchedTwiceIsPrintedOnceAChange) {
-    const Program program({"watch", "memory/test/first", "memory/test/first", "memory/test/last"});
-    ASSERT_TRUE(hasSeenAChange(program));
+TEST_F(VconftoolTest, AKeyMayBeGivenTwiceToWatch) {
+    const Program program({"watch", "memory/test/first", "memory/test/first"});
 
-    vconf_set_int("memory/test/first", 6);
-    vconf_set_int("memory/test/last", 7);
-
-    ASSERT_TRUE(prints(program, "memory/test/last, value = 7 (int)"));
-    const std::string line = "memory/test/first, value = 6 (int)\n";
-    const std::string output = program.output();
-    EXPECT_EQ(output.find(line), output.rfind(line));
-    EXPECT_THAT(output, HasSubstr(line));
+    EXPECT_TRUE(hasSeenAChange(program));
 }
 
 TEST_F(VconftoolTest, WatchEndsByASignal) {
@@ -413,6 +405,7 @@ TEST_F(VconftoolTest, WatchEndsByASignal) {
 
     program.end(SIGTERM);
 
+    ASSERT_TRUE(becomesTrue([&program] { return !program.runs(); }));
     EXPECT_EQ(program.wait(), -SIGTERM);
     EXPECT_EQ(program.errors(), "");
 }
@@ -425,6 +418,7 @@ TEST_F(VconftoolTest, AKeyThatCannotBeWatchedIsNamed) {
 
 TEST_F(VconftoolTest, OutputThatCannotBeWrittenIsAFailure) {
     vconf_set_int("memory/test/first", 1);
+    vconf_set_int("memory/test/second", 2);
     for (const Arguments& arguments :
          {Arguments{"get", "memory/test/first"}, Arguments{"ls", "memory/test"}}) {
         Program program(arguments, VCONFTOOL, "/dev/full");
@@ -439,10 +433,11 @@ TEST_F(VconftoolTest, WatchEndsWhenItCannotPrint) {
 
     ASSERT_TRUE(becomesTrue([&program] {
         vconf_set_int("memory/test/first", 0);
-        return !program.errors().empty();
+        return !program.runs();
     }));
 
     EXPECT_EQ(program.wait(), 1);
+    EXPECT_EQ(program.errors(), "vconftool: standard output: could not be written\n");
 }
 
 TEST_F(VconftoolTest, ACommandLineThatMakesNoSenseIsAnswered2) {
