@@ -364,14 +364,13 @@ bool TCZelDaemonStateManager::LaunchZelLiteApp(bool refresh) {
     ZEL_LOG_DEBUG("Launching zel-lite-app-launch refresh(%d)", refresh);
     // Launchers are reaped by the kernel: nobody waits for them.
     signal(SIGCHLD, SIG_IGN);
-    // An empty argument stands for "no refresh": the launcher always gets one.
-    const char* const option = refresh ? "-r" : "";
     // The child shares this process's memory, which makes it cheap however much the daemon holds; it may only
     // log, replace itself, or end without a trace.
     const pid_t child = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
     if (child == 0) {
         ZEL_LOG_DEBUG("Launched zel-lite-app-launch");  // NOLINT(clang-analyzer-unix.Vfork)
-        execl(kLauncher, kLauncher, option, static_cast<char*>(nullptr));
+        // An empty argument stands for "no refresh": the launcher always gets one.
+        execl(kLauncher, kLauncher, refresh ? "-r" : "", static_cast<char*>(nullptr));
         _exit(127);
     }
     if (child < 0) {
