@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * An application with windows on the simulated television.
+ *
+ * A window is a rectangle of one colour that does what it is told. Everything throws std::runtime_error when
+ * the window manager is not there, has gone, or refuses.
+ */
+#ifndef SIMULATOR_WESTON_WINDOW_CLIENT_H
+#define SIMULATOR_WESTON_WINDOW_CLIENT_H
+
+#include <wayland-client.h>
+
+#include <memory>
+#include <optional>
+
+struct xdg_surface;
+struct xdg_toplevel;
+struct xdg_wm_base;
+struct zel_window_control;
+
+/** One connection to the window manager. Its windows go before it does. */
+class WindowClient {
+public:
+    /** Connects to the window manager that the environment names. */
+    WindowClient();
+    ~WindowClient();
+    WindowClient(const WindowClient&) = delete;
+    WindowClient& operator=(const WindowClient&) = delete;
+
+    /** Returns when the window manager has handled all that was sent. */
+    void roundtrip();
+    /** The descriptor that becomes readable when the window manager says something. */
+    int descriptor() const { return wl_display_get_fd(m_display); }
+    /** Handles what the window manager says; waits for that. */
+    void dispatch();
+
+private:
+    friend class ClientWindow;
+
+    void use(wl_registry* registry, unsigned int name, const char* interface);
+    void disconnect();
+
+    wl_display* m_display = nullptr;
+    wl_registry* m_registry = nullptr;
+    wl_compositor* m_compositor = nullptr;
+    wl_shm* m_shm = nullptr;
+    xdg_wm_base* m_base = nullptr;
+    zel_window_control* m_control = nullptr;
+    int m_identified = 0;  ///< the answer to the last question for a window's id
+};
+
+/** How a window looks. */
+struct WindowLook {
+    int width;
+    int height;
+    bool opaque;
+};
+
+/** Where a window is on the screen. */
+struct WindowPlace {
+    int x;
+    int y;
+};
+
+/** One toplevel window. */
+class ClientWindow {
+public:
+    /** Opens it and waits until it is there; without a place the window manager chooses one. */
+    ClientWindow(WindowClient& client, const WindowLook& look, std::optional<WindowPlace> place);
+    ~ClientWindow();
+    ClientWindow(const ClientWindow&) = delete;
+    ClientWindow& operator=(const ClientWindow&) = delete;
+
+    /** What the window manager calls it. */
+    int id() const { return m_id; }
+
+    void look(const WindowLook& look);
+    void place(const WindowPlace& place);
+    void raise();
+    void minimise();
+    /** Takes its content away; show() brings it back. */
+    void hide();
+    void show();
+    /** @param state  1 adds the hint, 2 removes it */
+    void hint(int state);
+    /** Have a change of visibility told without one; 0 visible, 1 partially, 2 not. */
+    void announceReady(int visibility);
+    void announceAsync(int visibility);
+
+private:
+    void awaitConfigured();
+    void draw();
+
+    WindowClient& m_client;
+    WindowLook m_look;
+    wl_surface* m_surface;
+    xdg_surface* m_xdgSurface;
+    xdg_toplevel* m_toplevel;
+    wl_buffer* m_buffer = nullptr;
+    bool m_isConfigured = false;
+    int m_id = 0;
+};
+
+#endif
