@@ -128,12 +128,11 @@ bool TCTimeManager::m_IsSystemTimeNeedSync() {
     unsigned long utc = 0;
     const bool ok = m_getSystemTime(utc);
     int reason = 0;
-    const bool isReadable = vconf_get_int(kTimeSettingReason, &reason) >= 0;
-    if (!isReadable) {
+    if (vconf_get_int(kTimeSettingReason, &reason) < 0) {
         reason = 0;
     }
     ZEL_LOG_DEBUG("UTC=%lu, \033[1;36m settingReason: %d, ret: %d", utc, reason, static_cast<int>(ok));
-    if (!isReadable || !ok || reason == 0) {
+    if (!ok || reason == 0) {
         return false;
     }
     unsigned long rtc = 0;

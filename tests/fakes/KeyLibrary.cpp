@@ -5,8 +5,15 @@
 
 extern "C" {
 
+#ifdef KEY_LIBRARY_UNRESOLVED
+void nobodyHasThis();
+#endif
+
 #ifndef KEY_LIBRARY_WITHOUT_INITIALIZE
 int KeyCombination_Initialize() {
+#ifdef KEY_LIBRARY_UNRESOLVED
+    nobodyHasThis();
+#endif
     keyLibraryCalled("Initialize");
     return -1;
 }

@@ -80,7 +80,7 @@ protected:
         FakeDlog::clear();
     }
 
-    // Puts a library in its place: "all", or what it lacks.
+    // Puts a library in its place: "all", or what is wrong with it.
     static void install(const std::string& variant) {
         std::filesystem::copy_file(std::string(KEY_LIBRARIES) + "/libkey-library-" + variant + ".so",
                                    kLibrary);
@@ -184,6 +184,16 @@ TEST_F(KeyListenerTest, ALibraryThatIsNotThereIsLoggedAndNothingElseHappens) {
     EXPECT_THAT(Actions::take(), IsEmpty());
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre(ContainsRegex("^\\[Initialize\\]\\[[0-9]+\\] Couldn't open the library$")));
+}
+
+// Found out at once, not when a tester hits the keys.
+TEST_F(KeyListenerTest, ALibraryThatLacksSomethingDoesNotOpen) {
+    install("unresolved");
+
+    KeyListener::Initialize(m_sessionControl);
+
+    EXPECT_THAT(Actions::take(), IsEmpty());
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre(EndsWith("Couldn't open the library")));
 }
 
 TEST_F(KeyListenerTest, ALibraryThatNeverOpenedIsNotUsedAtTheEnd) {
