@@ -7,21 +7,34 @@ build_packages=(
     g++ cmake ninja-build pkg-config
     libglib2.0-dev libdbus-1-dev libjsoncpp-dev libsdbus-c++-dev libsystemd-dev
     libwayland-dev libwayland-bin libcli11-dev
+    libweston-10-dev libpixman-1-dev
 )
 
 # To build, and to boot the television.
 # shellcheck disable=SC2034  # for the script that sources this
 run_packages=(
     "${build_packages[@]}"
-    dbus systemd systemd-container mount util-linux
+    dbus systemd systemd-container mount util-linux weston
     python3 python3-dbus
 )
 
-# To test, on top of that.
+# To build the tests that need no television, and to run them.
+unit_packages=(
+    libgtest-dev libgmock-dev
+    dbus mount weston
+)
+
+# To test, on top of what runs.
 # shellcheck disable=SC2034  # for the script that sources this
 test_packages=(
-    libgtest-dev libgmock-dev
+    "${unit_packages[@]}"
     clang-format clang-tidy shellcheck mandoc
+)
+
+# To build for other machines, on top of that.
+# shellcheck disable=SC2034  # for the script that sources this
+foreign_packages=(
+    mmdebstrap arch-test g++-arm-linux-gnueabi
 )
 
 # The names of those packages, one a line, that are not installed.
