@@ -6,7 +6,7 @@
 #ifndef TESTS_FAKES_FAKE_AUL_H
 #define TESTS_FAKES_FAKE_AUL_H
 
-#include <functional>
+#include <atomic>
 #include <string>
 
 namespace fakes {
@@ -15,9 +15,9 @@ namespace fakes {
 struct FakeAul {
     /** Makes a process known under an application id. */
     static void know(int pid, const std::string& appId);
-    /** Runs during every query; null for nothing. */
-    static void duringQuery(std::function<void()> hook);
-    /** Forgets all processes and the hook. */
+    /** What a query for a known process returns; the id is written whatever it is. */
+    static std::atomic<int> result;
+    /** Forgets all processes; queries succeed. */
     static void reset();
 };
 

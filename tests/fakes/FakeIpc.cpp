@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fakes/FakeIpc.h"
 
+#include <stdexcept>
 #include <string>
 
 #include "TCIpcProperties.h"
@@ -15,6 +16,7 @@ std::unique_ptr<TICallListener> keptListener;
 }  // namespace
 
 std::deque<bool> FakeIpc::setupResults;
+bool FakeIpc::removalThrows = false;
 
 void FakeIpc::dropListener() {
     keptListener.reset();
@@ -64,4 +66,7 @@ void TCIpcProperties::AddCallersObserver(TIIPCCallersObserver& /*observer*/) {
 
 void TCIpcProperties::RemoveCallersObserver(TIIPCCallersObserver& /*observer*/) {
     fakes::Actions::add("RemoveCallersObserver");
+    if (fakes::FakeIpc::removalThrows) {
+        throw std::runtime_error("no removal");
+    }
 }

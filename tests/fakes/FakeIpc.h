@@ -18,6 +18,9 @@ struct FakeIpc {
     /** What the coming calls of Setup answer, first to last; true when it is empty. */
     static std::deque<bool> setupResults;
 
+    /** Whether RemoveCallersObserver throws. */
+    static bool removalThrows;
+
     /** Drops the listener that StartNativeAPI was given. */
     static void dropListener();
 };
