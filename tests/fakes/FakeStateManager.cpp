@@ -12,6 +12,7 @@ std::function<void()> FakeStateManager::duringNotify;
 bool FakeStateManager::terminateResult = true;
 std::vector<ETerminateErrorType> FakeStateManager::terminateErrors;
 std::function<void()> FakeStateManager::duringTerminate;
+IZelDaemonStateListener* FakeStateManager::lastListener = nullptr;
 
 void FakeStateManager::reset() {
     notifyResult = true;
@@ -20,6 +21,7 @@ void FakeStateManager::reset() {
     terminateResult = true;
     terminateErrors.clear();
     duringTerminate = nullptr;
+    lastListener = nullptr;
 }
 
 }  // namespace fakes
@@ -48,11 +50,13 @@ bool TCZelDaemonStateManager::IsZelTerminated() {
     return FakeStateManager::terminated;
 }
 
-void TCZelDaemonStateManager::RegisterListener(IZelDaemonStateListener* /*listener*/) {
+void TCZelDaemonStateManager::RegisterListener(IZelDaemonStateListener* listener) {
+    FakeStateManager::lastListener = listener;
     fakes::Actions::add("StateManager::RegisterListener");
 }
 
-void TCZelDaemonStateManager::UnregisterListener(IZelDaemonStateListener* /*listener*/) {
+void TCZelDaemonStateManager::UnregisterListener(IZelDaemonStateListener* listener) {
+    FakeStateManager::lastListener = listener;
     fakes::Actions::add("StateManager::UnregisterListener");
 }
 

@@ -12,6 +12,8 @@
 
 #include "ZelServiceAPI.h"
 
+class IZelDaemonStateListener;
+
 namespace fakes {
 
 /**
@@ -29,6 +31,8 @@ struct FakeStateManager {
     static std::vector<ETerminateErrorType> terminateErrors;
     /** Runs inside RequestTerminate, when set. */
     static std::function<void()> duringTerminate;
+    /** Who was registered or unregistered last. */
+    static IZelDaemonStateListener* lastListener;
 
     /** Back to: Notify and RequestTerminate succeed without errors, not terminated. */
     static void reset();

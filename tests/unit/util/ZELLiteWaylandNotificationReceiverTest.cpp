@@ -1,128 +1,67 @@
 // SPDX-License-Identifier: Apache-2.0
-// Windows and sessions, against a real Wayland server in this process.
+// The connection to the window manager and its event source, against a real Wayland server in this process.
 #include "util/ZELLiteWaylandNotificationReceiver.h"
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
-#include <wayland-extension/tizen-zel-notifier-client-protocol.h>
 
+#include <cerrno>
 #include <chrono>
-#include <filesystem>
+#include <cstdint>
+#include <initializer_list>
 #include <memory>
+#include <vector>
 
-#include "SessionControl.h"
-#include "ZelDaemonStateManager.h"
 #include "fakes/Actions.h"
-#include "fakes/FakeAul.h"
 #include "fakes/FakeDlog.h"
-#include "fakes/FakeSessionControl.h"
 #include "fakes/FakeStateManager.h"
 #include "support/Compositor.h"
 #include "support/Files.h"
-#include "util/AppIdCache.h"
+#include "support/ReceiverWorld.h"
+#include "support/Wait.h"
+#include "support/WaylandCalls.h"
 
 using fakes::Actions;
 using fakes::FakeDlog;
-using fakes::FakeSessionControl;
+using fakes::FakeStateManager;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
 constexpr int kInfo = 4;
 constexpr int kError = 6;
-constexpr const char* kReady = "/run/.wm_ready";
 
-GSource* attachedSource = nullptr;
-
-}  // namespace
-
-extern "C" guint __real_g_source_attach(GSource* source, GMainContext* context);
-extern "C" guint __wrap_g_source_attach(GSource* source, GMainContext* context);
-// The receiver never detaches its source: the test does, once the loop is done with it.
-extern "C" guint __wrap_g_source_attach(GSource* source, GMainContext* context) {
-    attachedSource = source;
-    Actions::add(context == g_main_context_default() ? "attached to the default context"
-                                                     : "attached elsewhere");
-    return __real_g_source_attach(source, context);
-}
-
-namespace {
-
-class ReceiverTest : public testing::Test {
-protected:
-    ReceiverTest() {
-        writeFile(kReady, "");
-        std::filesystem::remove("/etc/debug");
-        fakes::FakeStateManager::reset();
-        fakes::FakeAul::reset();
-        Compositor::nowhere();
-        // It is made, and registered, once in the process.
-        TCAppIdCache::Instance();
-        make();
-    }
-
-    ~ReceiverTest() override {
-        // The traces outlive the receiver: they are closed as the window manager would.
-        detach();
-    }
-
-    void make() {
-        m_receiver = std::make_unique<CZELLiteWaylandNotificationReceiver>(m_stateManager, m_sessionControl);
-        forget();
-    }
-
-    static void forget() {
-        FakeDlog::clear();
-        Actions::take();
-    }
-
-    static void detach() {
-        if (attachedSource != nullptr) {
-            g_source_destroy(attachedSource);
-            g_source_unref(attachedSource);
-            attachedSource = nullptr;
-        }
-    }
-
-    // Starts on a compositor, and forgets what that took.
-    void startOn(const Compositor::Manners& manners = {}) {
-        m_compositor = std::make_unique<Compositor>(manners);
-        m_receiver->Start(nullptr);
-        forget();
-    }
-
-    // Runs the main loop until so many error lines were logged since the last time.
-    static std::vector<std::string> linesAfter(std::size_t count) {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (FakeDlog::messages(kError).size() < count && std::chrono::steady_clock::now() < limit) {
-            g_main_context_iteration(nullptr, FALSE);
-        }
-        return FakeDlog::messages(kError);
-    }
-
-    TCZelDaemonStateManager m_stateManager;
-    TCSessionControl m_sessionControl{m_stateManager};
-    std::unique_ptr<Compositor> m_compositor;
-    std::unique_ptr<CZELLiteWaylandNotificationReceiver> m_receiver;
-};
+using ReceiverTest = ReceiverWorld;
 
 }  // namespace
 
 // Connection
 
-TEST_F(ReceiverTest, AStartConnectsBindsAndAttaches) {
+TEST_F(ReceiverTest, AReceiverThatIsMadeDoesNothingYet) {
+    const CZELLiteWaylandNotificationReceiver another(m_stateManager, m_sessionControl);
+
+    EXPECT_THAT(Actions::take(), IsEmpty());
+    EXPECT_THAT(FakeDlog::lines(), IsEmpty());
+}
+
+TEST_F(ReceiverTest, AStartRegistersConnectsBindsAndAttaches) {
     m_compositor = std::make_unique<Compositor>();
+    FakeDlog::recordActions();
 
     m_receiver->Start(nullptr);
 
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre("Creating Wayland Notification Receiver", "called", "Initialization OK"));
-    EXPECT_THAT(Actions::take(),
-                ElementsAre("StateManager::RegisterListener", "attached to the default context"));
+    EXPECT_THAT(
+        Actions::take(),
+        ElementsAre("StateManager::RegisterListener", "log Start: Creating Wayland Notification Receiver",
+                    "log NewWaylandEventSource: called", "attached to the default context",
+                    "log Start: Initialization OK"));
+    EXPECT_EQ(FakeStateManager::lastListener, m_receiver.get());
     EXPECT_EQ(m_compositor->boundVersion(), 1);
 }
 
@@ -165,6 +104,22 @@ TEST_F(ReceiverTest, WithoutACompositorEveryLaterStartIsAlreadyLaunched) {
     EXPECT_THAT(Actions::take(), IsEmpty());
 }
 
+TEST_F(ReceiverTest, WithoutARegistryItDisconnectsAndStaysLaunched) {
+    m_compositor = std::make_unique<Compositor>();
+    WaylandCalls::registryFails = true;
+    m_receiver->Start(nullptr);
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Creating Wayland Notification Receiver",
+                                                        "Adding a listener is impossible. Exiting"));
+    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::RegisterListener", "disconnected"));
+    WaylandCalls::registryFails = false;
+    forget();
+
+    m_receiver->Start(nullptr);
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Already launched!"));
+    EXPECT_THAT(Actions::take(), IsEmpty());
+}
+
 TEST_F(ReceiverTest, AFailedFirstRoundtripStaysLaunched) {
     Compositor::Manners manners;
     manners.throwsOutAtConnection = true;
@@ -172,7 +127,8 @@ TEST_F(ReceiverTest, AFailedFirstRoundtripStaysLaunched) {
     m_receiver->Start(nullptr);
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre("Creating Wayland Notification Receiver", "Sync call failed. Exiting"));
-    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::RegisterListener"));
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("StateManager::RegisterListener", "destroyed wl_registry", "disconnected"));
     forget();
 
     m_receiver->Start(nullptr);
@@ -187,6 +143,8 @@ TEST_F(ReceiverTest, AFailedSecondRoundtripMayBeTriedAgain) {
     m_receiver->Start(nullptr);
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre("Creating Wayland Notification Receiver", "Sync call failed. Exiting"));
+    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::RegisterListener", "destroyed tizen_zel_notifier",
+                                             "destroyed wl_registry", "disconnected"));
     m_compositor.reset();
     m_compositor = std::make_unique<Compositor>();
     forget();
@@ -194,6 +152,42 @@ TEST_F(ReceiverTest, AFailedSecondRoundtripMayBeTriedAgain) {
     m_receiver->Start(nullptr);
 
     EXPECT_THAT(FakeDlog::messages(kError), Contains("Initialization OK"));
+    EXPECT_THAT(Actions::take(), Contains("StateManager::RegisterListener"));
+}
+
+TEST_F(ReceiverTest, AFailedSecondRoundtripWithoutNotifierDestroysWhatThereIs) {
+    Compositor::Manners manners;
+    manners.notifierVersion = 0;
+    m_compositor = std::make_unique<Compositor>(manners);
+    WaylandCalls::roundtripResults = {0, -1};
+
+    m_receiver->Start(nullptr);
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("StateManager::RegisterListener", "destroyed wl_registry", "disconnected"));
+    m_receiver.reset();
+    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::UnregisterListener"));
+    EXPECT_EQ(FakeDlog::count(kError, "Stopped"), 0U) << "it counts as never launched";
+}
+
+TEST_F(ReceiverTest, ARoundtripThatDispatchedNothingIsNoFailure) {
+    m_compositor = std::make_unique<Compositor>();
+    WaylandCalls::roundtripResults = {0, 0};
+
+    m_receiver->Start(nullptr);
+
+    EXPECT_THAT(FakeDlog::messages(kError), Contains("Initialization OK"));
+}
+
+TEST_F(ReceiverTest, WithoutASourceTheStartGoesOn) {
+    m_compositor = std::make_unique<Compositor>();
+    WaylandCalls::sourceFails = true;
+
+    m_receiver->Start(nullptr);
+
+    EXPECT_THAT(FakeDlog::messages(kError),
+                ElementsAre("Creating Wayland Notification Receiver", "called", "Initialization OK"));
+    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::RegisterListener", "attached nothing"));
 }
 
 TEST_F(ReceiverTest, ACompositorWithoutNotifierGivesARunningSourceAndNoNotifier) {
@@ -205,7 +199,7 @@ TEST_F(ReceiverTest, ACompositorWithoutNotifierGivesARunningSourceAndNoNotifier)
 
     EXPECT_THAT(FakeDlog::messages(kError), Contains("Initialization OK"));
     EXPECT_EQ(m_compositor->boundVersion(), 0);
-    EXPECT_NE(attachedSource, nullptr);
+    EXPECT_NE(WaylandCalls::source, nullptr);
 }
 
 TEST_F(ReceiverTest, ANotifierOfALaterVersionIsBoundAsTheFirst) {
@@ -216,26 +210,47 @@ TEST_F(ReceiverTest, ANotifierOfALaterVersionIsBoundAsTheFirst) {
     EXPECT_EQ(m_compositor->boundVersion(), 1);
 }
 
+TEST_F(ReceiverTest, OnlyTheNotifiersExactNameIsBound) {
+    startOn();
+    const wl_proxy* const bound = WaylandCalls::notifier;
+
+    for (const char* const interface :
+         {"", "tizen_zel_notifie", "tizen_zel_notifier2", "TIZEN_ZEL_NOTIFIER", "wl_seat"}) {
+        CZELLiteWaylandNotificationReceiver::RegistryHandler(m_receiver.get(), nullptr, 1, interface, 1);
+    }
+
+    EXPECT_EQ(WaylandCalls::notifier, bound);
+    EXPECT_THAT(FakeDlog::lines(), IsEmpty());
+}
+
 TEST_F(ReceiverTest, AGlobalThatGoesIsLogged) {
     startOn();
     m_compositor->withdrawNotifier();
 
-    for (int turn = 0; turn < 1000 && FakeDlog::messages(kInfo).empty(); ++turn) {
+    becomesTrue([] {
         g_main_context_iteration(nullptr, FALSE);
-        usleep(1000);
-    }
+        return !FakeDlog::messages(kInfo).empty();
+    });
 
     EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre(testing::StartsWith("Global interface removed: ")));
 }
 
 TEST_F(ReceiverTest, TheEndUnregistersAndDisconnects) {
     startOn();
+    const IZelDaemonStateListener* const listener = m_receiver.get();
+    FakeStateManager::lastListener = nullptr;
+    FakeDlog::recordActions();
 
     m_receiver.reset();
 
-    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::UnregisterListener"));
-    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Stopped"));
-    detach();
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("StateManager::UnregisterListener", "destroyed tizen_zel_notifier",
+                            "destroyed wl_registry", "disconnected",
+                            "log ~CZELLiteWaylandNotificationReceiver: Stopped"));
+    EXPECT_EQ(FakeStateManager::lastListener, listener);
+    EXPECT_FALSE(g_source_is_destroyed(WaylandCalls::source)) << "the source stays attached";
+    EXPECT_EQ(g_source_get_context(WaylandCalls::source), g_main_context_default());
+    WaylandCalls::detach();
     make();
     m_receiver->Start(nullptr);
     EXPECT_THAT(FakeDlog::messages(kError), Contains("Initialization OK")) << "it may be launched again";
@@ -248,6 +263,16 @@ TEST_F(ReceiverTest, TheEndOfOneThatWasNeverLaunchedOnlyUnregisters) {
     EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
 }
 
+TEST_F(ReceiverTest, TheEndOfOneThatIsNotConnectedOnlyUnregistersAndSaysSo) {
+    m_receiver->Start(nullptr);
+    forget();
+
+    m_receiver.reset();
+
+    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::UnregisterListener"));
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Stopped"));
+}
+
 TEST_F(ReceiverTest, TheServicesComingsAndGoingsAreLogged) {
     m_receiver->OnStart();
     m_receiver->OnTerminate();
@@ -256,6 +281,166 @@ TEST_F(ReceiverTest, TheServicesComingsAndGoingsAreLogged) {
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre("zel-daemon has started!", "zel-daemon succesfully terminated!"));
     EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre("Terminating zel-daemon..."));
+}
+
+// The source, called as the main loop would
+
+namespace {
+
+class SourceTest : public ReceiverWorld {
+protected:
+    SourceTest() {
+        startOn();
+        WaylandCalls::onSleep = [this](const timespec& asked, timespec& /*left*/) {
+            m_sleeps.push_back(std::int64_t{asked.tv_sec} * 1'000'000'000 + asked.tv_nsec);
+            return 0;
+        };
+    }
+
+    static const GSourceFuncs& funcs() { return *WaylandCalls::source->source_funcs; }
+    static GPollFD& pollFd() { return *static_cast<GPollFD*>(WaylandCalls::source->poll_fds->data); }
+
+    // What the check makes of the events that a poll returned.
+    static gboolean check(gushort events) {
+        pollFd().revents = events;
+        return funcs().check(WaylandCalls::source);
+    }
+
+    static gboolean dispatch(gushort events) {
+        pollFd().revents = events;
+        return funcs().dispatch(WaylandCalls::source, nullptr, nullptr);
+    }
+
+    static void failSilently(int times) {
+        for (int i = 0; i < times; ++i) {
+            check(G_IO_HUP);
+        }
+        EXPECT_THAT(FakeDlog::lines(), IsEmpty());
+    }
+
+    std::vector<std::int64_t> m_sleeps;
+};
+
+}  // namespace
+
+TEST_F(SourceTest, ItPollsTheSocketForDataAndErrors) {
+    struct stat status {};
+
+    EXPECT_EQ(pollFd().events, 0x39);
+    ASSERT_EQ(fstat(pollFd().fd, &status), 0);
+    EXPECT_TRUE(S_ISSOCK(status.st_mode));
+    EXPECT_EQ(funcs().finalize, nullptr);
+}
+
+TEST_F(SourceTest, PreparingFlushesAndSetsNoTimeOut) {
+    const int before = WaylandCalls::flushes;
+    gint timeout = 5;
+
+    EXPECT_FALSE(funcs().prepare(WaylandCalls::source, &timeout));
+
+    EXPECT_EQ(timeout, -1);
+    EXPECT_EQ(WaylandCalls::flushes, before + 1);
+}
+
+TEST_F(SourceTest, NoSourceMeansNothingToDo) {
+    const int flushes = WaylandCalls::flushes;
+    const int dispatches = WaylandCalls::dispatches;
+    gint timeout = 5;
+
+    EXPECT_FALSE(funcs().prepare(nullptr, &timeout));
+    EXPECT_FALSE(funcs().check(nullptr));
+    EXPECT_TRUE(funcs().dispatch(nullptr, nullptr, nullptr));
+
+    EXPECT_EQ(timeout, -1);
+    EXPECT_EQ(WaylandCalls::flushes, flushes);
+    EXPECT_EQ(WaylandCalls::dispatches, dispatches);
+    EXPECT_THAT(m_sleeps, IsEmpty());
+}
+
+TEST_F(SourceTest, EventsWithoutErrorsAreTheChecksResult) {
+    for (const gushort events : std::initializer_list<gushort>{0x00, 0x01, 0x02, 0x04, 0x05}) {
+        EXPECT_EQ(check(events), events);
+        EXPECT_EQ(pollFd().revents, events);
+    }
+
+    EXPECT_THAT(m_sleeps, IsEmpty());
+}
+
+TEST_F(SourceTest, AnErrorCostsASleepOfTenMillisecondsAndIsNotDispatched) {
+    for (const gushort events : std::initializer_list<gushort>{0x08, 0x10, 0x20, 0x38, 0x11, 0x09, 0x21}) {
+        m_sleeps.clear();
+
+        EXPECT_FALSE(check(events)) << events;
+
+        EXPECT_EQ(pollFd().revents, 0);
+        EXPECT_THAT(m_sleeps, ElementsAre(10'000'000)) << events;
+    }
+}
+
+TEST_F(SourceTest, Every101stErrorIsLoggedWithItsEvents) {
+    for (int round = 0; round < 2; ++round) {
+        failSilently(100);
+
+        check(0x38);
+
+        EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Poll failed! 0x38"));
+        forget();
+    }
+    EXPECT_EQ(m_sleeps.size(), 202U) << "it sleeps after the line too";
+}
+
+TEST_F(SourceTest, DataInBetweenDoesNotResetTheCount) {
+    failSilently(100);
+    check(G_IO_IN);
+
+    check(G_IO_ERR);
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Poll failed! 0x8"));
+}
+
+TEST_F(SourceTest, AnInterruptedSleepGoesOnForWhatIsLeft) {
+    WaylandCalls::onSleep = [this](const timespec& asked, timespec& left) {
+        m_sleeps.push_back(asked.tv_nsec);
+        left = {0, asked.tv_nsec - 3'000'000};
+        errno = EINTR;
+        return m_sleeps.size() < 3 ? -1 : 0;
+    };
+
+    check(G_IO_HUP);
+
+    EXPECT_THAT(m_sleeps, ElementsAre(10'000'000, 7'000'000, 4'000'000));
+}
+
+TEST_F(SourceTest, ASleepThatFailsOtherwiseIsNotTriedAgain) {
+    WaylandCalls::onSleep = [this](const timespec& asked, timespec& /*left*/) {
+        m_sleeps.push_back(asked.tv_nsec);
+        errno = EINVAL;
+        return m_sleeps.size() < 3 ? -1 : 0;
+    };
+
+    check(G_IO_HUP);
+
+    EXPECT_THAT(m_sleeps, ElementsAre(10'000'000));
+}
+
+TEST_F(SourceTest, WithoutEventsNothingIsDispatched) {
+    m_compositor.reset();
+    const int before = WaylandCalls::dispatches;
+
+    EXPECT_TRUE(dispatch(0));
+
+    EXPECT_EQ(WaylandCalls::dispatches, before);
+}
+
+TEST_F(SourceTest, ADispatchThatFailsLeavesTheSourceAttached) {
+    m_compositor.reset();
+    const int before = WaylandCalls::dispatches;
+
+    EXPECT_TRUE(dispatch(G_IO_IN));
+
+    EXPECT_EQ(WaylandCalls::dispatches, before + 1);
+    EXPECT_EQ(pollFd().revents, 0);
+    EXPECT_FALSE(g_source_is_destroyed(WaylandCalls::source));
 }
 
 // A dead socket
@@ -290,276 +475,4 @@ TEST_F(ReceiverTest, ADeadSocketCostsASleepPerTurnAndALinePer101) {
         ++turns;
     }
     EXPECT_EQ(turns, 202) << "the count starts again";
-}
-
-// Windows
-
-namespace {
-
-constexpr int kVisibility = 1;
-constexpr int kDelete = 2;
-constexpr int kHint = 3;
-constexpr const char* kSession7 = "##_WM_USE_HINTS_WIN__winID_7";
-
-class WindowTest : public ReceiverTest {
-protected:
-    WindowTest() { startOn(); }
-    ~WindowTest() override {
-        for (const int window : {7, -1}) {
-            m_receiver->CloseSession("##_WM_USE_HINTS_WIN__winID_" + std::to_string(window), window, 0);
-        }
-    }
-
-    std::vector<std::string> afterEvent(std::size_t lines, int kind,
-                                        const std::vector<std::int32_t>& payload) {
-        forget();
-        m_compositor->sendClientEvent(kind, payload);
-        return linesAfter(lines);
-    }
-
-    static std::vector<std::string> sessionActions() { return Actions::take(); }
-};
-
-}  // namespace
-
-TEST_F(WindowTest, AVisibleWindowOpensItsSession) {
-    EXPECT_THAT(
-        afterEvent(3, kVisibility, {7, 77, 0}),
-        ElementsAre("Event CLIENT_VISIBILITY_CHANGE resID:7 Visibility[0]:Visible appPid:77 isTerminated:0 ",
-                    "Adding client winId:7 app_pid:77", "Open session"));
-    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_7  "));
-    EXPECT_EQ(m_receiver->GetTraceId(kSession7), 7);
-}
-
-TEST_F(WindowTest, VisibleTwiceThenHiddenIsOneSession) {
-    afterEvent(3, kVisibility, {7, 77, 0});
-
-    EXPECT_THAT(
-        afterEvent(2, kVisibility, {7, 78, 0}),
-        ElementsAre("Event CLIENT_VISIBILITY_CHANGE resID:7 Visibility[0]:Visible appPid:78 isTerminated:0 ",
-                    "Client already winId:7 app_pid:78"));
-    EXPECT_THAT(sessionActions(), IsEmpty());
-    EXPECT_THAT(
-        afterEvent(4, kVisibility, {7, 77, 2}),
-        ElementsAre(
-            "Event CLIENT_VISIBILITY_CHANGE resID:7 Visibility[2]:Not visible appPid:77 isTerminated:0 ",
-            "Close session", "Removing client winId:7 app_pid:77", "Number of removed items: 1"));
-    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_7"));
-    EXPECT_EQ(m_receiver->GetTraceId(kSession7), -1);
-}
-
-TEST_F(WindowTest, APartlyVisibleOrUnknownVisibilityChangesNothing) {
-    afterEvent(3, kVisibility, {7, 77, 0});
-
-    EXPECT_THAT(
-        afterEvent(1, kVisibility, {7, 77, 1}),
-        ElementsAre("Event CLIENT_VISIBILITY_CHANGE resID:7 Visibility[1]:Partially visible appPid:77 "
-                    "isTerminated:0 "));
-    EXPECT_THAT(
-        afterEvent(1, kVisibility, {7, 77, 3}),
-        ElementsAre("Event CLIENT_VISIBILITY_CHANGE resID:7 Visibility[3]: appPid:77 isTerminated:0 "));
-    EXPECT_THAT(sessionActions(), IsEmpty());
-}
-
-TEST_F(WindowTest, HidingAWindowThatWasNeverVisibleClosesNothing) {
-    afterEvent(1, kVisibility, {7, 77, 2});
-
-    EXPECT_THAT(sessionActions(), IsEmpty());
-    EXPECT_EQ(FakeDlog::messages(kError).size(), 1U);
-}
-
-TEST_F(WindowTest, DeletingAWindowThatWasNeverVisibleClosesAllTheSame) {
-    EXPECT_THAT(afterEvent(5, kDelete, {7, 77, 99}),
-                ElementsAre("Event CLIENT_DELETE resID:7 appPid:77", "Close session",
-                            "Removing client winId:7 app_pid:77", "No such client winId:7 app_pid:77",
-                            "Number of removed items: 0"));
-    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_7"));
-}
-
-TEST_F(WindowTest, ADeletedWindowLosesItsSession) {
-    afterEvent(3, kVisibility, {7, 77, 0});
-
-    EXPECT_THAT(afterEvent(4, kDelete, {7, 77, 0}),
-                ElementsAre("Event CLIENT_DELETE resID:7 appPid:77", "Close session",
-                            "Removing client winId:7 app_pid:77", "Number of removed items: 1"));
-}
-
-TEST_F(WindowTest, ATerminatedServiceIsMentioned) {
-    fakes::FakeStateManager::terminated = true;
-
-    EXPECT_THAT(afterEvent(1, kVisibility, {7, 77, 1}), Contains(testing::HasSubstr("isTerminated:1 ")));
-}
-
-TEST_F(WindowTest, AnAddedHintAsksForTheTopMostWindowThenOpens) {
-    EXPECT_THAT(afterEvent(4, kHint, {7, 77, 1}),
-                ElementsAre("Event CLIENT_AUX_HINT_CHANGE resID:7 hint[1]:Hint added appPid:77",
-                            "Top most clientID: 4242", "Adding client winId:7 app_pid:77", "Open session"));
-    EXPECT_EQ(m_compositor->topMostRequests(), 1);
-}
-
-TEST_F(WindowTest, AnAddedHintOfAVisibleWindowOpensNoSecondSession) {
-    afterEvent(3, kVisibility, {7, 77, 0});
-
-    EXPECT_THAT(afterEvent(3, kHint, {7, 77, 1}),
-                ElementsAre("Event CLIENT_AUX_HINT_CHANGE resID:7 hint[1]:Hint added appPid:77",
-                            "Top most clientID: 4242", "Client already winId:7 app_pid:77"));
-    EXPECT_THAT(sessionActions(), IsEmpty());
-    EXPECT_EQ(m_compositor->topMostRequests(), 1);
-}
-
-TEST_F(WindowTest, ARemovedHintClosesAndAnUnknownOneChangesNothing) {
-    afterEvent(3, kVisibility, {7, 77, 0});
-
-    EXPECT_THAT(
-        afterEvent(2, kHint, {7, 77, 3}),
-        ElementsAre("Event CLIENT_AUX_HINT_CHANGE resID:7 hint[3]: appPid:77", "Top most clientID: 4242"));
-    EXPECT_THAT(sessionActions(), IsEmpty());
-    EXPECT_THAT(afterEvent(5, kHint, {7, 77, 2}),
-                ElementsAre("Event CLIENT_AUX_HINT_CHANGE resID:7 hint[2]:Hint removed appPid:77",
-                            "Top most clientID: 4242", "Close session", "Removing client winId:7 app_pid:77",
-                            "Number of removed items: 1"));
-}
-
-TEST_F(WindowTest, EventsThatComeWithTheTopMostAnswerAreServedBeforeTheHint) {
-    m_compositor->onTopMostRequest([](Compositor& compositor) {
-        compositor.onTopMostRequest(nullptr);
-        compositor.sendClientEvent(kVisibility, {7, 77, 0});
-    });
-
-    EXPECT_THAT(
-        afterEvent(6, kHint, {7, 77, 1}),
-        ElementsAre("Event CLIENT_AUX_HINT_CHANGE resID:7 hint[1]:Hint added appPid:77",
-                    "Event CLIENT_VISIBILITY_CHANGE resID:7 Visibility[0]:Visible appPid:77 isTerminated:0 ",
-                    "Adding client winId:7 app_pid:77", "Open session", "Top most clientID: 4242",
-                    "Client already winId:7 app_pid:77"));
-    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_7  "));
-}
-
-TEST_F(WindowTest, WindowMinusOneIsClosedByDeletionOnly) {
-    EXPECT_THAT(afterEvent(3, kVisibility, {-1, 77, 0}), Contains("Adding client winId:-1 app_pid:77"));
-    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_-1  "));
-
-    afterEvent(1, kVisibility, {-1, 77, 2});
-    EXPECT_THAT(sessionActions(), IsEmpty());
-
-    afterEvent(4, kDelete, {-1, 77, 0});
-    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_-1"));
-}
-
-TEST_F(WindowTest, AnUnknownKindIsSilentWhateverItsPayload) {
-    forget();
-    for (const int kind : {0, 4, -1}) {
-        m_compositor->sendClientEvent(kind, {});
-    }
-
-    EXPECT_THAT(afterEvent(1, kVisibility, {7, 77, 1}), testing::SizeIs(1));
-}
-
-TEST_F(WindowTest, APayloadShorterThanItsIntegersIsLoggedAndDropped) {
-    EXPECT_THAT(afterEvent(1, kVisibility, {7, 77}), ElementsAre("Payload is too short, size(8)"));
-    EXPECT_EQ(FakeDlog::lines().back().function(), "ZELClientEventCallback");
-    EXPECT_THAT(afterEvent(1, kHint, {}), ElementsAre("Payload is too short, size(0)"));
-    EXPECT_THAT(afterEvent(1, kDelete, {7}), ElementsAre("Payload is too short, size(4)"));
-    EXPECT_THAT(sessionActions(), IsEmpty());
-    EXPECT_THAT(afterEvent(5, kDelete, {7, 77}), Contains("Event CLIENT_DELETE resID:7 appPid:77"))
-        << "a deletion needs two";
-    forget();
-    m_compositor->sendReadyVisibility(0, {7});
-    m_compositor->sendAsyncVisibility(0, {});
-    EXPECT_THAT(linesAfter(2), ElementsAre("Payload is too short, size(4)", "Payload is too short, size(0)"));
-}
-
-TEST_F(WindowTest, WithoutItsReceiverAnEventIsDropped) {
-    forget();
-
-    CZELLiteWaylandNotificationReceiver::ZELClientEventCallback(nullptr, nullptr, kVisibility, nullptr);
-
-    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("pObj is nullptr!"));
-}
-
-TEST_F(WindowTest, VisibilityChangesOnlyFillTheCache) {
-    fakes::FakeAul::know(501, "org.example.player");
-    forget();
-
-    m_compositor->sendReadyVisibility(2, {7, 501});
-    m_compositor->sendAsyncVisibility(1, {8, 501});
-
-    EXPECT_THAT(
-        linesAfter(6),
-        ElementsAre(
-            "Visibility:2 AppPid:501 clientID:7 aul_app_get_appid_bypid start",
-            "aul_app_get_appid_bypid call start!",
-            "aul_app_get_appid_bypid returned: 0, appid: org.example.player",
-            "Client ready visibility change. Visibility:2 AppName:org.example.player AppPid:501 clientID:7 ",
-            "Visibility:1 AppPid:501 clientID:8 aul_app_get_appid_bypid start",
-            "Client async visibility change. Visibility:1 AppName:org.example.player AppPid:501 clientID:8"));
-    EXPECT_THAT(sessionActions(), ElementsAre("aul 501 511"));
-}
-
-TEST_F(WindowTest, OtherReportsAreOnlyLogged) {
-    forget();
-
-    m_compositor->sendTopMost(-5);
-    m_compositor->sendClientsInfo({1, 2});
-
-    EXPECT_THAT(linesAfter(2), ElementsAre("Top most clientID: -5", "called"));
-    EXPECT_THAT(sessionActions(), IsEmpty());
-}
-
-TEST_F(WindowTest, OnADebugSetASessionHasATraceWithTheApplicationsId) {
-    writeFile("/etc/debug", "");
-    fakes::FakeAul::know(502, "org.example.browser");
-
-    EXPECT_THAT(afterEvent(7, kVisibility, {7, 502, 0}), Contains("Pid:502 AppName:org.example.browser"));
-
-    const auto& trace = FakeSessionControl::lastTrace;
-    EXPECT_EQ(trace.sessionId, kSession7);
-    EXPECT_EQ(trace.traceId, 7);
-    EXPECT_EQ(trace.stackTrace, kSession7);
-    EXPECT_EQ(trace.processName, "org.example.browser");
-    EXPECT_EQ(trace.progName, "org.example.browser");
-    EXPECT_EQ(trace.pid, "502");
-    EXPECT_EQ(trace.language, 1);
-    EXPECT_THAT(afterEvent(5, kDelete, {7, 502, 0}), Contains("Close debug session"));
-    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_7",
-                                              "SessionControl::CloseDebugTrace"));
-}
-
-TEST_F(WindowTest, OnADebugSetAnUnknownApplicationIsNamedByItsSession) {
-    writeFile("/etc/debug", "");
-
-    EXPECT_THAT(afterEvent(7, kVisibility, {7, 503, 0}), Contains("Failed to get AppName for PID: 503"));
-
-    EXPECT_EQ(FakeSessionControl::lastTrace.processName, kSession7);
-    EXPECT_EQ(FakeSessionControl::lastTrace.progName, kSession7);
-}
-
-TEST_F(WindowTest, OnAnOrdinarySetNoTraceIsOpenedAndNobodyIsLookedUp) {
-    afterEvent(3, kVisibility, {7, 504, 0});
-    afterEvent(4, kDelete, {7, 504, 0});
-
-    EXPECT_THAT(sessionActions(), Not(Contains(testing::HasSubstr("Trace"))));
-    EXPECT_EQ(FakeDlog::count(kError, "aul_app_get_appid_bypid call start!"), 0U);
-}
-
-TEST_F(WindowTest, AWindowThatHoldsATraceAlreadyKeepsIt) {
-    m_receiver->OpenSession(kSession7, 7, 77);
-    forget();
-
-    m_receiver->OpenSession(kSession7, 8, 77);
-
-    EXPECT_THAT(FakeDlog::messages(kError),
-                Contains("Item already in the map! sessionId:##_WM_USE_HINTS_WIN__winID_7, traceID:8"));
-    EXPECT_EQ(m_receiver->GetTraceId(kSession7), 7);
-}
-
-TEST_F(WindowTest, TheEndForgetsTheWindowsAndKeepsTheTraces) {
-    afterEvent(3, kVisibility, {7, 77, 0});
-
-    m_receiver.reset();
-    detach();
-    make();
-
-    EXPECT_EQ(m_receiver->GetTraceId(kSession7), 7);
-    EXPECT_TRUE(m_receiver->AddToActiveClients(7, 77));
 }
