@@ -2,12 +2,17 @@
 # shellcheck shell=bash
 # What a fresh Debian 12 lacks. Sourced after say.sh.
 
-# To build everything but the tests.
-build_packages=(
+# To build the daemon for Linux.
+daemon_packages=(
     g++ cmake ninja-build pkg-config
     libglib2.0-dev libdbus-1-dev libjsoncpp-dev libsdbus-c++-dev libsystemd-dev
-    libwayland-dev libwayland-bin libcli11-dev
-    libweston-10-dev libpixman-1-dev
+    libwayland-dev libwayland-bin
+)
+
+# To build everything but the tests.
+build_packages=(
+    "${daemon_packages[@]}"
+    libcli11-dev libweston-10-dev libpixman-1-dev wayland-protocols
 )
 
 # To build, and to boot the television.
