@@ -285,6 +285,9 @@ bool CZELLiteWaylandNotificationReceiver::m_Roundtrips() {
     constexpr const char* kCaller = "Start";
     if (wl_display_roundtrip(g_pWaylandDisplay) < 0) {
         ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Sync call failed. Exiting");
+        // A notifier that was bound already goes with its connection: to destroy it later would reach into
+        // what is freed.
+        g_pNotifier = nullptr;
         DestroyRegistry();
         DisconnectDisplay();
         return false;

@@ -35,6 +35,9 @@ namespace {
 constexpr int kInfo = 4;
 constexpr int kError = 6;
 
+// A notifier that is left to itself, so that the leak sanitizer knows of it.
+wl_proxy* leftBehind = nullptr;
+
 using ReceiverTest = ReceiverWorld;
 
 }  // namespace
@@ -134,6 +137,22 @@ TEST_F(ReceiverTest, AFailedFirstRoundtripStaysLaunched) {
     m_receiver->Start(nullptr);
 
     EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Already launched!"));
+}
+
+TEST_F(ReceiverTest, ANotifierThatWasBoundBeforeTheFirstRoundtripFailedIsNotTouchedAgain) {
+    m_compositor = std::make_unique<Compositor>();
+    WaylandCalls::roundtripResults = {-1};
+    m_receiver->Start(nullptr);
+    leftBehind = WaylandCalls::notifier;
+    EXPECT_NE(leftBehind, nullptr);
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("StateManager::RegisterListener", "destroyed wl_registry", "disconnected"));
+    forget();
+
+    m_receiver.reset();
+
+    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::UnregisterListener"));
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Stopped"));
 }
 
 TEST_F(ReceiverTest, AFailedSecondRoundtripMayBeTriedAgain) {
