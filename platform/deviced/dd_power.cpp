@@ -1,31 +1,66 @@
 // SPDX-License-Identifier: Apache-2.0
-// Power on Linux: not modelled yet.
+// Power on Linux: logind tells when the machine sleeps.
 #include "dd-power.h"
 
-#include <cstdio>
-#include <cstdlib>
+#include <exception>
+
+#include "Logind.h"
+#include "Subscriptions.h"
 
 namespace {
 
-int notModelled(const char* function) {
-    std::fprintf(stderr, "%s is not modelled\n", function);
-    std::abort();
+constexpr int kSuccess = 0;
+constexpr int kFailure = -1;
+
+// Neither is ever destroyed, because a thread and the main context may use them as long as the process lives.
+Subscriptions& subscriptions() {
+    static auto* const instance = new Subscriptions;
+    return *instance;
+}
+
+Logind& logind() {
+    static auto* const instance = new Logind(subscriptions());
+    return *instance;
+}
+
+int subscribe(PowerEvent event, Subscriptions::Callback callback, void* userData) {
+    if (callback == nullptr) {
+        return kFailure;
+    }
+    try {
+        Logind& source = logind();
+        if (!subscriptions().add(event, callback, userData)) {
+            return kFailure;
+        }
+        source.wake();
+        return kSuccess;
+    } catch (const std::exception&) {
+        return kFailure;
+    }
+}
+
+int unsubscribe(PowerEvent event, Subscriptions::Callback callback) {
+    if (!subscriptions().remove(event, callback)) {
+        return kFailure;
+    }
+    logind().wake();
+    return kSuccess;
 }
 
 }  // namespace
 
-int device_power_subscribe_standby(int (* /*callback*/)(int, void*), void* /*user_data*/) {
-    return notModelled("device_power_subscribe_standby");
+int device_power_subscribe_standby(int (*callback)(int, void*), void* user_data) {
+    return subscribe(PowerEvent::kStandby, callback, user_data);
 }
 
-int device_power_unsubscribe_standby(int (* /*callback*/)(int, void*)) {
-    return notModelled("device_power_unsubscribe_standby");
+int device_power_unsubscribe_standby(int (*callback)(int, void*)) {
+    return unsubscribe(PowerEvent::kStandby, callback);
 }
 
-int device_power_subscribe_early_wakeup(int (* /*callback*/)(int, void*), void* /*user_data*/) {
-    return notModelled("device_power_subscribe_early_wakeup");
+int device_power_subscribe_early_wakeup(int (*callback)(int, void*), void* user_data) {
+    return subscribe(PowerEvent::kEarlyWakeUp, callback, user_data);
 }
 
-int device_power_unsubscribe_early_wakeup(int (* /*callback*/)(int, void*)) {
-    return notModelled("device_power_unsubscribe_early_wakeup");
+int device_power_unsubscribe_early_wakeup(int (*callback)(int, void*)) {
+    return unsubscribe(PowerEvent::kEarlyWakeUp, callback);
 }
