@@ -453,11 +453,14 @@ TEST_F(WindowTest, OnAnOrdinarySetNoTraceIsOpenedAndNobodyIsLookedUp) {
 TEST_F(WindowTest, AWindowThatHoldsATraceAlreadyKeepsIt) {
     m_receiver->OpenSession(kSession7, 7, 77);
     forget();
+    FakeDlog::recordActions();
 
     m_receiver->OpenSession(kSession7, 8, 77);
 
-    EXPECT_THAT(FakeDlog::messages(kError),
-                Contains("Item already in the map! sessionId:##_WM_USE_HINTS_WIN__winID_7, traceID:8"));
+    EXPECT_THAT(Actions::take(), ElementsAre("log OpenSession: Open session",
+                                             "SessionControl::Open ##_WM_USE_HINTS_WIN__winID_7  ",
+                                             "log m_AddTraceId: Item already in the map! "
+                                             "sessionId:##_WM_USE_HINTS_WIN__winID_7, traceID:8"));
     EXPECT_EQ(m_receiver->GetTraceId(kSession7), 7);
 }
 
