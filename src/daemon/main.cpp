@@ -12,6 +12,11 @@
 #include "ZelDaemonStateManager.h"
 #include "ZelServiceAPIManager.h"
 #include "native/SessionControlNative.h"
+#include "util/ExtSourcesManager.h"
+#include "util/KeyListener.h"
+#include "util/PowerManager.h"
+#include "util/TimeManager.h"
+#include "util/VconfListener.h"
 #include "util/ZELLiteWaylandNotificationReceiver.h"
 
 namespace {
@@ -67,6 +72,12 @@ int main() {
     // Owners of restored sessions may have died while nobody watched.
     sessionControl.CheckPIDs();
 
+    KeyListener::Initialize(sessionControl);
+    const TCExtSourcesManager extSourcesManager(stateManager);
+    const TCTimeManager timeManager(stateManager);
+    const TCPowerManager powerManager(stateManager);
+    const TCVconfListener vconfListener(stateManager);
+
     stateManager.Notify(TRIGGER_TYPE_START_ZEL_MAIN, TSNotifyData());
 
     // The loop lives as long as the process and has no quit path: the daemon ends by being killed.
@@ -75,5 +86,7 @@ int main() {
     InheritCpuBoost();
     BootMarker("ZEL-LITE MAIN: Executing g_main_loop_run().");
     g_main_loop_run(loop);
+
+    KeyListener::Unregister();
     return 0;
 }

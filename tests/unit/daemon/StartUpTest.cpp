@@ -13,6 +13,11 @@
 #include "fakes/FakeSessionControl.h"
 #include "fakes/FakeStateManager.h"
 #include "native/SessionControlNative.h"
+#include "util/ExtSourcesManager.h"
+#include "util/KeyListener.h"
+#include "util/PowerManager.h"
+#include "util/TimeManager.h"
+#include "util/VconfListener.h"
 #include "util/ZELLiteWaylandNotificationReceiver.h"
 
 using fakes::Actions;
@@ -82,6 +87,58 @@ void CZELLiteWaylandNotificationReceiver::OnStart() {}
 void CZELLiteWaylandNotificationReceiver::OnTerminate() {}
 void CZELLiteWaylandNotificationReceiver::OnTerminateSuccess(const TSZelData& /*data*/) {}
 
+void KeyListener::Initialize(TCSessionControl& /*sessionControl*/) {
+    Actions::add("KeyListener::Initialize");
+}
+
+void KeyListener::Unregister() {
+    Actions::add("KeyListener::Unregister");
+}
+
+TCExtSourcesManager::TCExtSourcesManager(TCZelDaemonStateManager& manager) : m_stateManager(manager) {
+    Actions::add("ExtSourcesManager made");
+}
+
+TCExtSourcesManager::~TCExtSourcesManager() {
+    Actions::add("ExtSourcesManager gone");
+}
+
+TCTimeManager::TCTimeManager(TCZelDaemonStateManager& manager) : m_stateManager(manager) {
+    Actions::add("TimeManager made");
+}
+
+TCTimeManager::~TCTimeManager() {
+    Actions::add("TimeManager gone");
+}
+
+void TCTimeManager::OnStart() {}
+void TCTimeManager::OnTerminate() {}
+void TCTimeManager::OnTerminateSuccess(const TSZelData& /*data*/) {}
+
+TCPowerManager::TCPowerManager(TCZelDaemonStateManager& stateManager) : m_stateManager(stateManager) {
+    Actions::add("PowerManager made");
+}
+
+TCPowerManager::~TCPowerManager() {
+    Actions::add("PowerManager gone");
+}
+
+void TCPowerManager::OnStart() {}
+void TCPowerManager::OnTerminate() {}
+void TCPowerManager::OnTerminateSuccess(const TSZelData& /*data*/) {}
+
+TCVconfListener::TCVconfListener(TCZelDaemonStateManager& manager) : m_stateManager(manager) {
+    Actions::add("VconfListener made");
+}
+
+TCVconfListener::~TCVconfListener() {
+    Actions::add("VconfListener gone");
+}
+
+void TCVconfListener::OnStart() {}
+void TCVconfListener::OnTerminate() {}
+void TCVconfListener::OnTerminateSuccess(const TSZelData& /*data*/) {}
+
 namespace {
 
 GMainContext* contextOfLoop = nullptr;
@@ -128,6 +185,11 @@ const std::vector<std::string> kAfterSetup{
     "StartNativeAPI the listener",
     "marker ZEL-LITE MAIN: StartNativeAPI() completed.",
     "SessionControl::CheckPIDs",
+    "KeyListener::Initialize",
+    "ExtSourcesManager made",
+    "TimeManager made",
+    "PowerManager made",
+    "VconfListener made",
     "StateManager::Notify 1 0 0 0",
     "g_main_loop_new",
     "Receiver::Start with the loop",
@@ -135,6 +197,11 @@ const std::vector<std::string> kAfterSetup{
     "inherit zel-lite self",
     "marker ZEL-LITE MAIN: Executing g_main_loop_run().",
     "g_main_loop_run",
+    "KeyListener::Unregister",
+    "VconfListener gone",
+    "PowerManager gone",
+    "TimeManager gone",
+    "ExtSourcesManager gone",
     "Receiver gone",
     "CallersObserver gone",
     "SessionControl gone",
