@@ -19,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/Contended.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -607,6 +609,37 @@ TEST_F(VconfWatchTest, ThreadsMayRegisterIgnoreAndSetWhileCallbacksRun) {
         const std::string key = "memory/threads" + std::to_string(thread / 2) + "/" + std::to_string(thread);
         EXPECT_EQ(vconf_ignore_key_changed(key.c_str(), count), 0);
     }
+}
+
+void visit(keynode_t* /*node*/, void* userData) {
+    static_cast<Contended*>(userData)->visit();
+}
+
+TEST_F(VconfWatchTest, RegisteringAndIgnoringNeverWaitForARunningCallback) {
+    constexpr int kRounds = 300;
+    Contended contended;
+    std::atomic<bool> finished{false};
+    ASSERT_EQ(vconf_notify_key_changed(kKey, visit, &contended), 0);
+
+    std::thread thread([&] {
+        for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+            EXPECT_TRUE(contended.changeDuringVisit(
+                [round] { vconf_set_int(kKey, round); },
+                [&contended] {
+                    EXPECT_EQ(vconf_ignore_key_changed(kKey, visit), 0);
+                    EXPECT_EQ(vconf_notify_key_changed(kKey, visit, &contended), 0);
+                }))
+                << "in round " << round;
+        }
+        finished = true;
+        g_main_context_wakeup(nullptr);
+    });
+    while (!finished) {
+        g_main_context_iteration(nullptr, TRUE);
+    }
+    thread.join();
+
+    EXPECT_EQ(vconf_ignore_key_changed(kKey, visit), 0);
 }
 
 // Fills the queue of events with those of a file that nobody watches until the kernel drops what comes.
