@@ -42,18 +42,21 @@ TaskThread& thread() {
     return *instance;
 }
 
-// The date as systemd has it; nothing when there is no such date.
-std::optional<std::string> calendarOf(const tm& date) {
-    tm normal = date;
-    timegm(&normal);
-    if (date.tm_year < kFirstYear || date.tm_year > kLastYear || normal.tm_year != date.tm_year ||
-        normal.tm_mon != date.tm_mon || normal.tm_mday != date.tm_mday || normal.tm_hour != date.tm_hour ||
-        normal.tm_min != date.tm_min || normal.tm_sec != date.tm_sec) {
-        return std::nullopt;
-    }
+std::string textOf(const tm& date) {
     std::array<char, 64> text{};
     std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &date);
     return text.data();
+}
+
+// The date as systemd has it; nothing when there is no such date.
+std::optional<std::string> calendarOf(const tm& date) {
+    if (date.tm_year < kFirstYear || date.tm_year > kLastYear) {
+        return std::nullopt;
+    }
+    tm normal = date;
+    timegm(&normal);
+    const std::string text = textOf(date);
+    return textOf(normal) == text ? std::optional(text) : std::nullopt;
 }
 
 int startTimer(const std::string& date) {
