@@ -47,6 +47,22 @@ TEST(PowerOutageTest, ALogindThatComesLaterIsFound) {
     });
 }
 
+TEST(PowerOutageTest, ALogindThatComesLaterAndAlreadyPreparesIsStandby) {
+    inFreshProcess([] {
+        PrivateBus bus;
+        std::vector<std::string> told;
+        Listener standby{"standby", &told, nullptr};
+        StderrPackets packets;
+        device_power_subscribe_standby(hear<0>, &standby);
+        ASSERT_TRUE(isLogged(packets, "logind is not there"));
+
+        const ScriptedLogind logind(preparing());
+
+        EXPECT_TRUE(runUntil([&told] { return !told.empty(); }));
+        EXPECT_THAT(told, ElementsAre("standby 0"));
+    });
+}
+
 TEST(PowerOutageTest, ANewLogindIsAskedForAHoldAndBelieved) {
     inFreshProcess([] {
         PowerWorld world;
