@@ -15,7 +15,9 @@ import time
 
 import steps
 import verbs  # noqa: F401  (declares the sentences)
-from world import Failed, World
+import window_verbs  # noqa: F401
+from failed import Failed
+from world import World
 
 _SCENARIOS = pathlib.Path(__file__).resolve().parent.parent / "scenarios"
 _SHOWN_LINES = 60

@@ -9,9 +9,11 @@ import shlex
 import signal
 import struct
 import subprocess
+import time
 
+from failed import Failed
 from steps import step
-from world import Client, Failed, Program, session_table
+from world import Client, Program, session_table
 
 _STATE_FILE = pathlib.Path("/tmp/zel_lite_sessions_state.txt")
 _SWITCHES = pathlib.Path("/etc/zel-lite")
@@ -280,6 +282,20 @@ def client_asks_for_report(world, client):
     json.loads(world.report)
 
 
+@step("client {client} asks for the report until {then:step}")
+def client_asks_until(world, client, then):
+    """Fetches it again and again until what is said of it holds."""
+    end = time.monotonic() + world.limit
+    while True:
+        late = time.monotonic() >= end
+        client_asks_for_report(world, client)
+        try:
+            return then(world)
+        except Failed:
+            if late:
+                raise
+
+
 @step("show the report")
 def show_report(world):
     """Prints the report that was fetched last."""
@@ -304,7 +320,7 @@ def report_lacks(world, line):
         raise Failed(f"no line {line}", world.report)
 
 
-def _reported_traces(world, keep):
+def reported_traces(world, keep):
     records = json.loads(world.report)["zel-lite"] or []
     return [(record, trace) for record in records for trace in record["StackTraces"] or [] if keep(record, trace)]
 
@@ -315,7 +331,7 @@ def report_shows(world, state, texts):
     wanted = [] if texts == "none" else re.findall(r'"([^"]*)"', texts)
     closed = {"open": False, "closed": True}[state]
     seen = [trace["StackTrace"].rstrip("\0") for _, trace in
-            _reported_traces(world, lambda record, trace: ("DestructionTime" in trace) == closed)]
+            reported_traces(world, lambda record, trace: ("DestructionTime" in trace) == closed)]
     if seen != wanted:
         raise Failed(wanted, world.report)
 
@@ -324,7 +340,7 @@ def report_shows(world, state, texts):
 def report_shows_for(world, text, client):
     """A trace with that text stands under the process and the program of that client, which may be killed by now."""
     whose = world.client_or_gone(client)
-    seen = _reported_traces(world, lambda record, trace: trace["StackTrace"].rstrip("\0") == text)
+    seen = reported_traces(world, lambda record, trace: trace["StackTrace"].rstrip("\0") == text)
     if [(record["PID"], record["ProcessName"]) for record, _ in seen] != [(str(whose.pid), whose.path)]:
         raise Failed(f"'{text}' under process {whose.pid}, {whose.path}", world.report)
 
@@ -343,7 +359,7 @@ def _log_matches(world, text, level, function, after):
             and (function is None or entry.function == function)]
 
 
-def _log_says(world, text, level=None, function=None, after=0):
+def await_log(world, text, level=None, function=None, after=0):
     found = world.wait(f"the daemon logs '{text}'", lambda: _log_matches(world, text, level, function, after), bool)
     world.matched = found[0] + 1
 
@@ -351,19 +367,19 @@ def _log_says(world, text, level=None, function=None, after=0):
 @step("log says {text:text}")
 def log_says(world, text):
     """Waits for a line of the daemon with exactly that text; * stands for anything."""
-    _log_says(world, text)
+    await_log(world, text)
 
 
 @step("log says {text:text} ({level}, {function})")
 def log_says_exactly(world, text, level, function):
     """The same, with its level (error, info, debug) and the function that logs."""
-    _log_says(world, text, level, function)
+    await_log(world, text, level, function)
 
 
 @step("log then says {text:text}")
 def log_then_says(world, text):
     """The same, after the line that the last such step has found."""
-    _log_says(world, text, after=world.matched)
+    await_log(world, text, after=world.matched)
 
 
 @step("log says {text:text} of client {client}")
@@ -372,20 +388,20 @@ def log_says_of(world, text, client):
     whose = world.client_or_gone(client)
     for word, value in (("NAME", whose.name), ("PROGRAM", whose.program), ("PID", str(whose.pid))):
         text = text.replace(word, value)
-    _log_says(world, text)
+    await_log(world, text)
 
 
 @step("log says {text:text} of the remembered process of {unit}")
 def log_says_of_process(world, text, unit):
     """The same as without a process; PID in the text stands for its id."""
-    _log_says(world, text.replace("PID", str(world.processes[unit])))
+    await_log(world, text.replace("PID", str(world.processes[unit])))
 
 
 @step("log then says {text:text} about {seconds:number} seconds later")
 def log_then_says_later(world, text, seconds):
     """The same as without the time; at most a second sooner than that, two seconds later."""
     began = world.journal.entries[world.matched - 1].monotonic
-    _log_says(world, text, after=world.matched)
+    await_log(world, text, after=world.matched)
     took = world.journal.entries[world.matched - 1].monotonic - began
     if not seconds - 1 <= took <= seconds + 2:
         raise Failed(f"about {seconds} s", f"{took:.3f} s")
@@ -521,10 +537,10 @@ def is_as_remembered(world, path):
         raise Failed(world.remembered[path], seen)
 
 
-@step("the state file holds the sessions of {clients:rest}")
-def state_file_holds(world, clients):
-    """Waits until the state file is, byte for byte, the table of those clients' sessions."""
-    wanted = session_table([world.client(name) for name in clients.split()])
+@step("the state file holds the sessions of {names:rest}")
+def state_file_holds(world, names):
+    """Waits until the state file is, byte for byte, the table of those clients' and windows' sessions."""
+    wanted = session_table([world.session(name) for name in names.split()])
     world.wait(wanted, lambda: _STATE_FILE.read_bytes() if _STATE_FILE.exists() else None,
                lambda seen: seen == wanted)
 

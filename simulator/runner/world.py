@@ -13,21 +13,14 @@ import time
 import dbus
 import dbus.bus
 
+from failed import Failed
 from journal import Journal
+from windows import Watcher
 
 SERVICE_FOLDER = pathlib.Path("/run/zel-platform/service")
 _SYSTEMD = ("org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager")
 _POLL = 0.005          # seconds between two looks
 _START_LIMIT = 30      # seconds for the start of a client
-
-
-class Failed(Exception):
-    """A step does not hold. Carries what was expected and what was seen instead."""
-
-    def __init__(self, expected, seen):
-        super().__init__(expected)
-        self.expected = expected
-        self.seen = seen
 
 
 class Client:
@@ -41,6 +34,11 @@ class Client:
         self.pid = self._process.pid
         self.path = os.readlink(f"/proc/{self.pid}/exe")
         self.program = os.path.basename(self.path)
+
+    @property
+    def session(self):
+        """Its session as the state file has it: id, program, process id."""
+        return self.name, self.program, str(self.pid)
 
     def send(self, interface="com.brenlow.ISessionControl", method=0, signature="siay", request=""):
         """Begins a call; its outcome is for receive()."""
@@ -110,6 +108,8 @@ class World:
         self.clients = {}
         self.gone = {}     # the clients that were killed
         self.programs = {}
+        self.windows = {}  # also those that are gone
+        self.watcher = Watcher()
         self.remembered = {}
         self.processes = {}   # of units, to be compared later
         self.report = None
@@ -126,6 +126,11 @@ class World:
             if late:
                 raise Failed(expected, seen)
             time.sleep(_POLL)
+
+    @staticmethod
+    def let_pass(seconds):
+        """Lets time pass, for what is measured over time."""
+        time.sleep(seconds)
 
     # The journal
 
@@ -191,6 +196,20 @@ class World:
         """The client, also after it was killed, for what is still said of it."""
         return self.client(name) if name not in self.gone else self.gone[name]
 
+    def window(self, name):
+        if name not in self.windows:
+            raise Failed(f"window {name} exists", f"windows: {', '.join(self.windows) or 'none'}")
+        return self.windows[name]
+
+    def open_window(self, name):
+        if not self.window(name).is_open:
+            raise Failed(f"window {name} is open", "it is gone")
+        return self.windows[name]
+
+    def session(self, name):
+        """The session of a client or of a window."""
+        return (self.windows[name] if name in self.windows else self.client(name)).session
+
     def program(self, name):
         if name not in self.programs:
             raise Failed(f"program {name} exists", f"programs: {', '.join(self.programs) or 'none'}")
@@ -198,9 +217,10 @@ class World:
 
     def end_all(self):
         """Ends what the scenario has started and not ended, and takes back what it told the service."""
-        for running in (*self.clients.values(), *self.programs.values()):
+        for running in (*self.clients.values(), *self.programs.values(), *self.windows.values(), self.watcher):
             running.kill()
         self.clients.clear()
+        self.windows.clear()
         self.gone.clear()
         self.programs.clear()
         self.tell_service_nothing()
@@ -219,10 +239,10 @@ class World:
             file.unlink()
 
 
-def session_table(clients):
-    """The bytes of a state file that holds the sessions of those clients."""
-    table = struct.pack("=i", len(clients))
-    for client in sorted(clients, key=lambda client: client.name.encode()):
-        for text in (client.name, client.program, str(client.pid)):
+def session_table(sessions):
+    """The bytes of a state file that holds those sessions."""
+    table = struct.pack("=i", len(sessions))
+    for session in sorted(sessions, key=lambda session: session[0].encode()):
+        for text in session:
             table += struct.pack("=i", len(text.encode())) + text.encode()
     return table

@@ -3,24 +3,29 @@
 //
 //   zel-window WIDTH HEIGHT opaque|translucent [X Y]
 //
-// Says "window ID" when the window is there, and "done" after each line it has obeyed:
+// Says "done" after each line it has obeyed, and what was wrong with any other:
 //   look WIDTH HEIGHT opaque|translucent    place X Y    raise    minimise    hide    show
-//   hint 1|2    ready 0|1|2    async 0|1|2
+//   hint 1|2    ready 0|1|2    async 0|1|2    call METHOD
+// The last calls an IPC method of zel-lite, over a bus connection that lasts as long as the application.
 // Ends with its standard input, or when the window manager has gone.
 #include <poll.h>
+#include <sdbus-c++/sdbus-c++.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <functional>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "WindowClient.h"
 
@@ -31,7 +36,7 @@ WindowLook readLook(std::istream& words) {
     std::string kind;
     words >> look.width >> look.height >> kind;
     if (!words || look.width <= 0 || look.height <= 0 || (kind != "opaque" && kind != "translucent")) {
-        throw std::runtime_error("a look is: WIDTH HEIGHT opaque|translucent");
+        throw std::invalid_argument("a look is: WIDTH HEIGHT opaque|translucent");
     }
     look.opaque = kind == "opaque";
     return look;
@@ -40,7 +45,7 @@ WindowLook readLook(std::istream& words) {
 int readNumber(std::istream& words) {
     int number = 0;
     if (!(words >> number)) {
-        throw std::runtime_error("a number is missing");
+        throw std::invalid_argument("a number is missing");
     }
     return number;
 }
@@ -48,6 +53,18 @@ int readNumber(std::istream& words) {
 WindowPlace readPlace(std::istream& words) {
     const int x = readNumber(words);
     return {x, readNumber(words)};
+}
+
+// What comes back is not looked at: whoever told the application to call sees what the daemon does.
+void callDaemon(int method) {
+    static const std::unique_ptr<sdbus::IProxy> daemon =
+        sdbus::createProxy("com.brenlow.ZELLite", "/com/brenlow/ZELLite/SignalObject");
+    std::vector<std::uint8_t> reply;
+    daemon->callMethod("Call")
+        .onInterface("com.brenlow.ZELLite.SignalIFace")
+        .withArguments(std::string("com.brenlow.ISessionControl"), std::int32_t{method},
+                       std::vector<std::uint8_t>())
+        .storeResultsTo(reply);
 }
 
 void obey(ClientWindow& window, const std::string& line) {
@@ -61,16 +78,21 @@ void obey(ClientWindow& window, const std::string& line) {
         {"hint", [](ClientWindow& w, std::istream& words) { w.hint(readNumber(words)); }},
         {"ready", [](ClientWindow& w, std::istream& words) { w.announceReady(readNumber(words)); }},
         {"async", [](ClientWindow& w, std::istream& words) { w.announceAsync(readNumber(words)); }},
+        {"call", [](ClientWindow& /*w*/, std::istream& words) { callDaemon(readNumber(words)); }},
     };
     std::istringstream words(line);
     std::string command;
     words >> command;
-    const auto found = kCommands.find(command);
-    if (found == kCommands.end()) {
-        throw std::runtime_error("no such command: " + line);
+    try {
+        const auto found = kCommands.find(command);
+        if (found == kCommands.end()) {
+            throw std::invalid_argument("no such command: " + line);
+        }
+        found->second(window, words);
+        std::puts("done");
+    } catch (const std::invalid_argument& error) {
+        std::puts(error.what());
     }
-    found->second(window, words);
-    std::puts("done");
 }
 
 // Obeys line after line and answers the window manager meanwhile, until standard input ends.
@@ -110,7 +132,6 @@ int main(int argc, char* argv[]) {
         const auto place = (words >> std::ws).eof() ? std::nullopt : std::optional(readPlace(words));
         WindowClient client;
         ClientWindow window(client, look, place);
-        std::printf("window %d\n", window.id());
         serve(client, window);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "zel-window: %s\n", error.what());

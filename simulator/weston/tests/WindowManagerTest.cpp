@@ -56,7 +56,7 @@ public:
                    "--log=/tmp/weston/log", nullptr);
             _exit(127);
         }
-        EXPECT_TRUE(becomesTrue([] { return std::filesystem::exists(kSocket); }));
+        EXPECT_TRUE(becomesTrue(takesConnections));
     }
     ~Weston() {
         if (m_pid != 0) {
@@ -75,6 +75,16 @@ public:
     }
 
 private:
+    // The socket is there a moment before somebody listens to it.
+    static bool takesConnections() {
+        wl_display* const display = wl_display_connect(kSocket);
+        if (display == nullptr) {
+            return false;
+        }
+        wl_display_disconnect(display);
+        return true;
+    }
+
     pid_t m_pid;
 };
 
