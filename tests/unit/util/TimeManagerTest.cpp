@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <sys/ioctl.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -61,6 +62,24 @@ struct Rtc {
         record.tm_year = date.tm_year;
     }
 };
+
+int daysInMonth(const rtc_time& date) {
+    static constexpr std::array<int, 12> kDays{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const int year = 1900 + date.tm_year;
+    const bool leap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+    return kDays.at(static_cast<std::size_t>(date.tm_mon)) + (date.tm_mon == 1 && leap ? 1 : 0);
+}
+
+void toNextDay(rtc_time& date) {
+    if (++date.tm_mday <= daysInMonth(date)) {
+        return;
+    }
+    date.tm_mday = 1;
+    if (++date.tm_mon == 12) {
+        date.tm_mon = 0;
+        ++date.tm_year;
+    }
+}
 
 bool Rtc::opens = true;
 bool Rtc::reads = true;
@@ -446,16 +465,26 @@ TEST_F(TimeManagerTest, TheHardwareClockIsOpenedToBeReadAndNotHandedOn) {
     EXPECT_EQ(Rtc::openFlags, O_RDONLY | O_CLOEXEC);
 }
 
-TEST_F(TimeManagerTest, EveryDayFrom1970To2099IsConvertedAsByTheCLibrary) {
+// Day by day, because the C library's times end in 2038 where time_t has 32 bits.
+TEST_F(TimeManagerTest, EveryDayFrom1970To2099IsConvertedAsTheCalendarHasIt) {
     constexpr std::int64_t kDayS = 86400;
     constexpr std::int64_t k2100 = 4102444800;
+    rtc_time& date = Rtc::record;
+    date = {};
+    date.tm_year = 70;
+    date.tm_mday = 1;
     for (std::int64_t day = 0; day < k2100; day += kDayS) {
         // Another second of each day, so that hours, minutes and seconds are gone through as well.
-        const std::int64_t seconds = day + day / kDayS % kDayS * 7919 % kDayS;
-        Rtc::set(static_cast<std::time_t>(seconds));
+        const std::int64_t second = day / kDayS % kDayS * 7919 % kDayS;
+        date.tm_hour = static_cast<int>(second / 3600);
+        date.tm_min = static_cast<int>(second / 60 % 60);
+        date.tm_sec = static_cast<int>(second % 60);
 
-        ASSERT_EQ(converted(), std::to_string(seconds));
+        ASSERT_EQ(converted(), std::to_string(day + second));
+
+        toNextDay(date);
     }
+    EXPECT_EQ(date.tm_year, 200);
     Actions::take();
 }
 
@@ -488,7 +517,7 @@ TEST_F(TimeManagerTest, FromTheYear2100OnTheHardwareClockForcesTheStart) {
     Rtc::record = {};
     Rtc::record.tm_year = 200;
     Rtc::record.tm_mday = 1;
-    FakeTime::now = 4102444799;
+    FakeTime::now = static_cast<std::time_t>(4102444799);  // a negative time where that has 32 bits
     EXPECT_TRUE(startsService());
     EXPECT_THAT(FakeDlog::messages(kDebug),
                 Contains("rtcTime is over Max time, set default time[=> rtcTime=4102444800]"));
