@@ -65,50 +65,42 @@ constexpr tizen_zel_notifier_listener kNotifier = {
 constexpr wl_registry_listener kRegistry = {
     [](void* data, wl_registry* registry, std::uint32_t name, const char* interface,
        std::uint32_t /*version*/) {
-        auto& notifier = *static_cast<tizen_zel_notifier**>(data);
-        if (notifier == nullptr && std::strcmp(interface, tizen_zel_notifier_interface.name) == 0) {
-            notifier = static_cast<tizen_zel_notifier*>(
-                wl_registry_bind(registry, name, &tizen_zel_notifier_interface, 1));
+        auto& notifier = *static_cast<Handle<tizen_zel_notifier>*>(data);
+        if (!notifier && std::strcmp(interface, tizen_zel_notifier_interface.name) == 0) {
+            notifier.reset(static_cast<tizen_zel_notifier*>(
+                wl_registry_bind(registry, name, &tizen_zel_notifier_interface, 1)));
         }
     },
     [](void* /*data*/, wl_registry* /*registry*/, std::uint32_t /*name*/) {}};
 
 }  // namespace
 
-NotifierClient::NotifierClient(Hear hear) : m_display(wl_display_connect(nullptr)), m_hear(std::move(hear)) {
-    if (m_display == nullptr) {
+NotifierClient::NotifierClient(Hear hear) : m_hear(std::move(hear)), m_display(wl_display_connect(nullptr)) {
+    if (!m_display) {
         throw std::runtime_error("there is no window manager");
     }
-    m_registry = wl_display_get_registry(m_display);
-    wl_registry_add_listener(m_registry, &kRegistry, &m_notifier);
-    wl_display_roundtrip(m_display);
-    if (m_notifier == nullptr) {
-        wl_registry_destroy(m_registry);
-        wl_display_disconnect(m_display);
+    m_registry.reset(wl_display_get_registry(m_display.get()));
+    wl_registry_add_listener(m_registry.get(), &kRegistry, &m_notifier);
+    roundtrip();
+    if (!m_notifier) {
         throw std::runtime_error("the window manager offers no notifier");
     }
-    tizen_zel_notifier_add_listener(m_notifier, &kNotifier, &m_hear);
+    tizen_zel_notifier_add_listener(m_notifier.get(), &kNotifier, &m_hear);
     roundtrip();
 }
 
-NotifierClient::~NotifierClient() {
-    tizen_zel_notifier_destroy(m_notifier);
-    wl_registry_destroy(m_registry);
-    wl_display_disconnect(m_display);
-}
-
 void NotifierClient::askForTopMost() {
-    tizen_zel_notifier_get_top_most_client(m_notifier);
+    tizen_zel_notifier_get_top_most_client(m_notifier.get());
 }
 
 void NotifierClient::roundtrip() {
-    if (wl_display_roundtrip(m_display) < 0) {
+    if (wl_display_roundtrip(m_display.get()) < 0) {
         throw std::runtime_error("the window manager has gone, or has refused");
     }
 }
 
 void NotifierClient::dispatch() {
-    if (wl_display_dispatch(m_display) < 0) {
+    if (wl_display_dispatch(m_display.get()) < 0) {
         throw std::runtime_error("the window manager has gone, or has refused");
     }
 }

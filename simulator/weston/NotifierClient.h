@@ -6,12 +6,10 @@
 #ifndef SIMULATOR_WESTON_NOTIFIER_CLIENT_H
 #define SIMULATOR_WESTON_NOTIFIER_CLIENT_H
 
-#include <wayland-client.h>
-
 #include <functional>
 #include <string>
 
-struct tizen_zel_notifier;
+#include "Handles.h"
 
 /**
  * One connection that has bound the notifier. Each event is handed over as one line:
@@ -33,7 +31,6 @@ public:
      * @throws std::runtime_error when there is no window manager or it offers no notifier
      */
     explicit NotifierClient(Hear hear);
-    ~NotifierClient();
     NotifierClient(const NotifierClient&) = delete;
     NotifierClient& operator=(const NotifierClient&) = delete;
 
@@ -42,15 +39,15 @@ public:
      * lost */
     void roundtrip();
     /** The descriptor that becomes readable when there are events. */
-    int descriptor() const { return wl_display_get_fd(m_display); }
+    int descriptor() const { return wl_display_get_fd(m_display.get()); }
     /** Waits for the next events. @throws std::runtime_error when the connection is lost */
     void dispatch();
 
 private:
-    wl_display* m_display;
-    wl_registry* m_registry = nullptr;
-    tizen_zel_notifier* m_notifier = nullptr;
     Hear m_hear;
+    Handle<wl_display> m_display;
+    Handle<wl_registry> m_registry;
+    Handle<tizen_zel_notifier> m_notifier;
 };
 
 #endif

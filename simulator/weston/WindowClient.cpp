@@ -15,62 +15,41 @@ namespace {
 
 constexpr int kBytesPerPixel = 4;
 
-// A buffer of black pixels: memory starts as zeros, and with an alpha channel, zeros shine through.
-wl_buffer* makeBuffer(wl_shm* shm, const WindowLook& look) {
+// A buffer of zeros: black, or with an alpha channel nothing at all.
+Handle<wl_buffer> makeBuffer(wl_shm* shm, const WindowLook& look) {
     const int stride = look.width * kBytesPerPixel;
     const int size = stride * look.height;
     const int memory = memfd_create("window", MFD_CLOEXEC);
-    if (memory < 0 || ftruncate(memory, size) != 0) {
+    if (memory < 0) {
         throw std::runtime_error("no memory for the window's content");
     }
-    wl_shm_pool* const pool = wl_shm_create_pool(shm, memory, size);
-    wl_buffer* const buffer =
-        wl_shm_pool_create_buffer(pool, 0, look.width, look.height, stride,
-                                  look.opaque ? WL_SHM_FORMAT_XRGB8888 : WL_SHM_FORMAT_ARGB8888);
-    wl_shm_pool_destroy(pool);
+    const bool isThere = ftruncate(memory, size) == 0;
+    const Handle<wl_shm_pool> pool(isThere ? wl_shm_create_pool(shm, memory, size) : nullptr);
     close(memory);
-    return buffer;
+    if (!pool) {
+        throw std::runtime_error("no memory for the window's content");
+    }
+    return Handle<wl_buffer>(
+        wl_shm_pool_create_buffer(pool.get(), 0, look.width, look.height, stride,
+                                  look.opaque ? WL_SHM_FORMAT_XRGB8888 : WL_SHM_FORMAT_ARGB8888));
 }
 
 }  // namespace
 
 WindowClient::WindowClient() : m_display(wl_display_connect(nullptr)) {
-    if (m_display == nullptr) {
+    if (!m_display) {
         throw std::runtime_error("there is no window manager");
     }
     static constexpr wl_registry_listener kRegistry = {
         [](void* self, wl_registry* registry, std::uint32_t name, const char* interface,
            std::uint32_t /*version*/) { static_cast<WindowClient*>(self)->use(registry, name, interface); },
         [](void* /*self*/, wl_registry* /*registry*/, std::uint32_t /*name*/) {}};
-    m_registry = wl_display_get_registry(m_display);
-    wl_registry_add_listener(m_registry, &kRegistry, this);
-    const bool answered = wl_display_roundtrip(m_display) >= 0;
-    if (!answered || m_compositor == nullptr || m_shm == nullptr || m_base == nullptr ||
-        m_control == nullptr) {
-        disconnect();
+    m_registry.reset(wl_display_get_registry(m_display.get()));
+    wl_registry_add_listener(m_registry.get(), &kRegistry, this);
+    roundtrip();
+    if (!m_compositor || !m_shm || !m_base || !m_control) {
         throw std::runtime_error("the window manager lacks what a window needs");
     }
-}
-
-WindowClient::~WindowClient() {
-    disconnect();
-}
-
-void WindowClient::disconnect() {
-    if (m_control != nullptr) {
-        zel_window_control_destroy(m_control);
-    }
-    if (m_base != nullptr) {
-        xdg_wm_base_destroy(m_base);
-    }
-    if (m_shm != nullptr) {
-        wl_shm_destroy(m_shm);
-    }
-    if (m_compositor != nullptr) {
-        wl_compositor_destroy(m_compositor);
-    }
-    wl_registry_destroy(m_registry);
-    wl_display_disconnect(m_display);
 }
 
 void WindowClient::use(wl_registry* registry, unsigned int name, const char* interface) {
@@ -85,26 +64,26 @@ void WindowClient::use(wl_registry* registry, unsigned int name, const char* int
             static_cast<WindowClient*>(self)->m_identified = id;
         }};
     if (void* const compositor = bind(wl_compositor_interface)) {
-        m_compositor = static_cast<wl_compositor*>(compositor);
+        m_compositor.reset(static_cast<wl_compositor*>(compositor));
     } else if (void* const shm = bind(wl_shm_interface)) {
-        m_shm = static_cast<wl_shm*>(shm);
+        m_shm.reset(static_cast<wl_shm*>(shm));
     } else if (void* const base = bind(xdg_wm_base_interface)) {
-        m_base = static_cast<xdg_wm_base*>(base);
-        xdg_wm_base_add_listener(m_base, &kBase, nullptr);
+        m_base.reset(static_cast<xdg_wm_base*>(base));
+        xdg_wm_base_add_listener(m_base.get(), &kBase, nullptr);
     } else if (void* const control = bind(zel_window_control_interface)) {
-        m_control = static_cast<zel_window_control*>(control);
-        zel_window_control_add_listener(m_control, &kControl, this);
+        m_control.reset(static_cast<zel_window_control*>(control));
+        zel_window_control_add_listener(m_control.get(), &kControl, this);
     }
 }
 
 void WindowClient::roundtrip() {
-    if (wl_display_roundtrip(m_display) < 0) {
+    if (wl_display_roundtrip(m_display.get()) < 0) {
         throw std::runtime_error("the window manager has gone");
     }
 }
 
 void WindowClient::dispatch() {
-    if (wl_display_dispatch(m_display) < 0) {
+    if (wl_display_dispatch(m_display.get()) < 0) {
         throw std::runtime_error("the window manager has gone");
     }
 }
@@ -112,34 +91,32 @@ void WindowClient::dispatch() {
 ClientWindow::ClientWindow(WindowClient& client, const WindowLook& look, std::optional<WindowPlace> place)
     : m_client(client),
       m_look(look),
-      m_surface(wl_compositor_create_surface(client.m_compositor)),
-      m_xdgSurface(xdg_wm_base_get_xdg_surface(client.m_base, m_surface)),
-      m_toplevel(xdg_surface_get_toplevel(m_xdgSurface)) {
+      m_surface(wl_compositor_create_surface(client.m_compositor.get())),
+      m_xdgSurface(xdg_wm_base_get_xdg_surface(client.m_base.get(), m_surface.get())),
+      m_toplevel(xdg_surface_get_toplevel(m_xdgSurface.get())) {
     static constexpr xdg_surface_listener kSurface = {
         [](void* self, xdg_surface* surface, std::uint32_t serial) {
             xdg_surface_ack_configure(surface, serial);
             static_cast<ClientWindow*>(self)->m_isConfigured = true;
         }};
-    xdg_surface_add_listener(m_xdgSurface, &kSurface, this);
-    wl_surface_commit(m_surface);
+    xdg_surface_add_listener(m_xdgSurface.get(), &kSurface, this);
+    wl_surface_commit(m_surface.get());
     awaitConfigured();
     if (place) {
-        zel_window_control_place(client.m_control, m_surface, place->x, place->y);
+        zel_window_control_place(client.m_control.get(), m_surface.get(), place->x, place->y);
     }
     draw();
-    zel_window_control_identify(client.m_control, m_surface);
+    zel_window_control_identify(client.m_control.get(), m_surface.get());
     client.roundtrip();
     m_id = client.m_identified;
 }
 
+// The window manager hears of it at once, not with the next request.
 ClientWindow::~ClientWindow() {
-    xdg_toplevel_destroy(m_toplevel);
-    xdg_surface_destroy(m_xdgSurface);
-    wl_surface_destroy(m_surface);
-    if (m_buffer != nullptr) {
-        wl_buffer_destroy(m_buffer);
-    }
-    wl_display_flush(m_client.m_display);
+    m_toplevel.reset();
+    m_xdgSurface.reset();
+    m_surface.reset();
+    wl_display_flush(m_client.m_display.get());
 }
 
 void ClientWindow::awaitConfigured() {
@@ -149,19 +126,15 @@ void ClientWindow::awaitConfigured() {
 }
 
 void ClientWindow::draw() {
-    if (m_buffer != nullptr) {
-        wl_buffer_destroy(m_buffer);
-    }
-    m_buffer = makeBuffer(m_client.m_shm, m_look);
-    wl_surface_attach(m_surface, m_buffer, 0, 0);
-    wl_surface_damage(m_surface, 0, 0, m_look.width, m_look.height);
-    wl_region* const opaque = wl_compositor_create_region(m_client.m_compositor);
+    m_buffer = makeBuffer(m_client.m_shm.get(), m_look);
+    wl_surface_attach(m_surface.get(), m_buffer.get(), 0, 0);
+    wl_surface_damage(m_surface.get(), 0, 0, m_look.width, m_look.height);
+    const Handle<wl_region> opaque(wl_compositor_create_region(m_client.m_compositor.get()));
     if (m_look.opaque) {
-        wl_region_add(opaque, 0, 0, m_look.width, m_look.height);
+        wl_region_add(opaque.get(), 0, 0, m_look.width, m_look.height);
     }
-    wl_surface_set_opaque_region(m_surface, opaque);
-    wl_region_destroy(opaque);
-    wl_surface_commit(m_surface);
+    wl_surface_set_opaque_region(m_surface.get(), opaque.get());
+    wl_surface_commit(m_surface.get());
 }
 
 void ClientWindow::look(const WindowLook& look) {
@@ -171,23 +144,23 @@ void ClientWindow::look(const WindowLook& look) {
 }
 
 void ClientWindow::place(const WindowPlace& place) {
-    zel_window_control_place(m_client.m_control, m_surface, place.x, place.y);
+    zel_window_control_place(m_client.m_control.get(), m_surface.get(), place.x, place.y);
     m_client.roundtrip();
 }
 
 void ClientWindow::raise() {
-    zel_window_control_raise(m_client.m_control, m_surface);
+    zel_window_control_raise(m_client.m_control.get(), m_surface.get());
     m_client.roundtrip();
 }
 
 void ClientWindow::minimise() {
-    xdg_toplevel_set_minimized(m_toplevel);
+    xdg_toplevel_set_minimized(m_toplevel.get());
     m_client.roundtrip();
 }
 
 void ClientWindow::hide() {
-    wl_surface_attach(m_surface, nullptr, 0, 0);
-    wl_surface_commit(m_surface);
+    wl_surface_attach(m_surface.get(), nullptr, 0, 0);
+    wl_surface_commit(m_surface.get());
     m_client.roundtrip();
 }
 
@@ -197,16 +170,16 @@ void ClientWindow::show() {
 }
 
 void ClientWindow::hint(int state) {
-    zel_window_control_set_hint(m_client.m_control, m_surface, state);
+    zel_window_control_set_hint(m_client.m_control.get(), m_surface.get(), state);
     m_client.roundtrip();
 }
 
 void ClientWindow::announceReady(int visibility) {
-    zel_window_control_announce_ready(m_client.m_control, m_surface, visibility);
+    zel_window_control_announce_ready(m_client.m_control.get(), m_surface.get(), visibility);
     m_client.roundtrip();
 }
 
 void ClientWindow::announceAsync(int visibility) {
-    zel_window_control_announce_async(m_client.m_control, m_surface, visibility);
+    zel_window_control_announce_async(m_client.m_control.get(), m_surface.get(), visibility);
     m_client.roundtrip();
 }

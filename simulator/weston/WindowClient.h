@@ -9,29 +9,22 @@
 #ifndef SIMULATOR_WESTON_WINDOW_CLIENT_H
 #define SIMULATOR_WESTON_WINDOW_CLIENT_H
 
-#include <wayland-client.h>
-
-#include <memory>
 #include <optional>
 
-struct xdg_surface;
-struct xdg_toplevel;
-struct xdg_wm_base;
-struct zel_window_control;
+#include "Handles.h"
 
 /** One connection to the window manager. Its windows go before it does. */
 class WindowClient {
 public:
     /** Connects to the window manager that the environment names. */
     WindowClient();
-    ~WindowClient();
     WindowClient(const WindowClient&) = delete;
     WindowClient& operator=(const WindowClient&) = delete;
 
     /** Returns when the window manager has handled all that was sent. */
     void roundtrip();
     /** The descriptor that becomes readable when the window manager says something. */
-    int descriptor() const { return wl_display_get_fd(m_display); }
+    int descriptor() const { return wl_display_get_fd(m_display.get()); }
     /** Handles what the window manager says; waits for that. */
     void dispatch();
 
@@ -39,14 +32,13 @@ private:
     friend class ClientWindow;
 
     void use(wl_registry* registry, unsigned int name, const char* interface);
-    void disconnect();
 
-    wl_display* m_display = nullptr;
-    wl_registry* m_registry = nullptr;
-    wl_compositor* m_compositor = nullptr;
-    wl_shm* m_shm = nullptr;
-    xdg_wm_base* m_base = nullptr;
-    zel_window_control* m_control = nullptr;
+    Handle<wl_display> m_display;
+    Handle<wl_registry> m_registry;
+    Handle<wl_compositor> m_compositor;
+    Handle<wl_shm> m_shm;
+    Handle<xdg_wm_base> m_base;
+    Handle<zel_window_control> m_control;
     int m_identified = 0;  ///< the answer to the last question for a window's id
 };
 
@@ -94,10 +86,10 @@ private:
 
     WindowClient& m_client;
     WindowLook m_look;
-    wl_surface* m_surface;
-    xdg_surface* m_xdgSurface;
-    xdg_toplevel* m_toplevel;
-    wl_buffer* m_buffer = nullptr;
+    Handle<wl_buffer> m_buffer;
+    Handle<wl_surface> m_surface;
+    Handle<xdg_surface> m_xdgSurface;
+    Handle<xdg_toplevel> m_toplevel;
     bool m_isConfigured = false;
     int m_id = 0;
 };

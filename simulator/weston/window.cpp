@@ -31,11 +31,15 @@
 
 namespace {
 
+// More than any screen has, and few enough for the bytes of a window to be counted in an int.
+constexpr int kMostPixels = 10'000;
+
 WindowLook readLook(std::istream& words) {
     WindowLook look{};
     std::string kind;
     words >> look.width >> look.height >> kind;
-    if (!words || look.width <= 0 || look.height <= 0 || (kind != "opaque" && kind != "translucent")) {
+    const auto fits = [](int pixels) { return pixels > 0 && pixels <= kMostPixels; };
+    if (!words || !fits(look.width) || !fits(look.height) || (kind != "opaque" && kind != "translucent")) {
         throw std::invalid_argument("a look is: WIDTH HEIGHT opaque|translucent");
     }
     look.opaque = kind == "opaque";

@@ -111,7 +111,8 @@ public:
         m_lines.clear();
         m_notifier.askForTopMost();
         m_notifier.roundtrip();
-        return m_lines.empty() ? "" : m_lines.back();
+        const std::vector<std::string> answer = std::exchange(m_lines, {});
+        return answer.empty() ? "" : answer.back();
     }
 
 private:
@@ -188,7 +189,7 @@ TEST_F(WindowManagerTest, AMinimisedWindowIsNotVisibleUntilItIsRaised) {
     EXPECT_THAT(m_told.until("visibility 1 2"), ElementsAre("visibility 1 2"));
     EXPECT_EQ(m_told.topMost(), "top -1");
     window.raise();
-    EXPECT_THAT(m_told.until("visibility 1 0"), testing::Contains("visibility 1 0"));
+    EXPECT_THAT(m_told.until("visibility 1 0"), ElementsAre("visibility 1 0"));
 }
 
 TEST_F(WindowManagerTest, AWindowWithoutContentIsNotVisible) {
