@@ -49,7 +49,10 @@ public:
     TCIpcProperties(const TCIpcProperties&) = delete;
     TCIpcProperties& operator=(const TCIpcProperties&) = delete;
 
-    /** Adds an observer, which must outlive the dispatching of calls. To be called before StartNativeAPI. */
+    /**
+     * Adds an observer, which must live until it is removed. Callable from any thread; one that is to hear of
+     * the first call must be there before StartNativeAPI.
+     */
     void AddCallersObserver(TIIPCCallersObserver& observer);
 
     /**
