@@ -7,6 +7,9 @@
 #   box_keep_journal               writes the journal of the box to build/box/NAME.journal
 #   box_end                        ends it now
 
+# What of the build is installed in it.
+box_components=(daemon simulator)
+
 box_start() {
     local source=$1 build=$2 word rest
     box_name=$3
@@ -17,7 +20,8 @@ box_start() {
     # A session of its own: what ends this script's process group must not end the one that cleans up after it.
     coproc BOX {
         exec setsid unshare --mount --propagation private -- \
-            "$source/simulator/lib/box-guard" "$source" "$build" "$box_logs/$box_name.console"
+            "$source/simulator/lib/box-guard" "$source" "$build" "$box_logs/$box_name.console" \
+            "${box_components[@]}"
     }
     box_guard=$BOX_PID
     trap box_end EXIT
