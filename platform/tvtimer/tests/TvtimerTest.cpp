@@ -278,6 +278,13 @@ TEST_F(TvtimerTest, ItIsToldWhenTheJobHasEndedAndNotBefore) {
     ASSERT_TRUE(becomesTrue([this] { return started().size() == 1; }));
 
     systemd().endJob("/org/freedesktop/systemd1/job/9999", "done");
+    // Who has read two more signals, one after the other, still waits.
+    StderrPackets packets;
+    for (int round = 0; round < 2; ++round) {
+        systemd().endJobUnreadably();
+        ASSERT_THAT(packets.await().value_or("nothing"), HasSubstr("JobRemoved could not be read"));
+    }
+    EXPECT_THAT(waiter.record.events(), IsEmpty());
     waiter.record.add("its job ends");
     systemd().endJob(systemd().lastJob(), "done");
 
