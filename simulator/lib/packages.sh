@@ -20,7 +20,7 @@ build_packages=(
 run_packages=(
     "${build_packages[@]}"
     dbus systemd systemd-container mount util-linux weston
-    python3 python3-dbus
+    python3 python3-dbus python3-dbusmock
 )
 
 # To build the tests that need no television, and to run them.

@@ -418,6 +418,13 @@ def log_says_times(world, text, count):
         raise Failed(count, seen)
 
 
+@step("log says {text:text} at least {count:number} times")
+def log_says_at_least(world, text, count):
+    """Waits until there are that many such lines, or more."""
+    world.wait(f"the daemon logs '{text}' {count} times", lambda: len(_log_matches(world, text, None, None, 0)),
+               lambda seen: seen >= count)
+
+
 @step("log never says {text:text}")
 def log_never_says(world, text):
     """No such line has come, whatever is still on its way to the journal included."""
@@ -425,6 +432,13 @@ def log_never_says(world, text):
     found = _log_matches(world, text, None, None, 0)
     if found:
         raise Failed(f"no line '{text}'", str(world.journal.entries[found[0]]))
+
+
+@step("library {tag} logs {text:text}")
+def library_logs(world, tag, text):
+    """Waits for a line that one of the daemon's libraries logs under its own tag; * stands for anything."""
+    world.wait(f"{tag} logs '{text}'", lambda: [entry.message for _, entry in world.lines(tag)],
+               lambda seen: any(_glob(text).fullmatch(message) for message in seen))
 
 
 # The service

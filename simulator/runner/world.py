@@ -113,6 +113,7 @@ class World:
         self.remembered = {}
         self.processes = {}   # of units, to be compared later
         self.report = None
+        self.standby = (0, 0)  # when it was last announced, and when nothing delayed it any more
         self._bus = dbus.bus.BusConnection(dbus.bus.BusConnection.TYPE_SYSTEM)
 
     def wait(self, expected, look, holds):
@@ -150,6 +151,10 @@ class World:
                 if position >= self.mark and entry.identifier == identifier]
 
     # systemd and the bus
+
+    def call(self, *arguments):
+        """Calls a method: name, object, interface, method, signature, its arguments."""
+        return self._bus.call_blocking(*arguments)
 
     def unit(self, name):
         """ActiveState, SubState and main process id of a unit, as systemd has them."""
