@@ -14,7 +14,8 @@ endforeach()
 
 add_library(zel-header-check OBJECT ${units})
 set_target_properties(zel-header-check PROPERTIES CXX_CLANG_TIDY "")
-target_include_directories(zel-header-check PRIVATE "${CMAKE_SOURCE_DIR}/src" "${CMAKE_SOURCE_DIR}/tests")
+target_include_directories(zel-header-check PRIVATE
+  "${CMAKE_SOURCE_DIR}/src" "${CMAKE_SOURCE_DIR}/tests" "${CMAKE_SOURCE_DIR}/tools/zelctl")
 target_link_libraries(zel-header-check PRIVATE
   SDBusCpp::sdbus-c++ PkgConfig::GLIB PkgConfig::DBUS PkgConfig::WESTON GTest::gmock)
 foreach(row IN LISTS ZEL_PLATFORM_LIBRARIES)

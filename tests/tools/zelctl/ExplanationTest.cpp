@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Explanation.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "OrdinarySet.h"
+
+namespace zelctl {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+std::string explained(const Situation& situation) {
+    return explanationText(explain(situation));
+}
+
+std::string foreseen(const Situation& situation, const std::vector<std::string>& ids) {
+    return explanationText(foresee(situation, ids));
+}
+
+TEST(ExplanationTest, ItSaysWhoHoldsTheServiceAndWhereFrom) {
+    const std::string text = explained(ordinarySet());
+
+    EXPECT_THAT(text, HasSubstr("the service is running\n    (unit zel_deamon.service)\n"));
+    EXPECT_THAT(text, HasSubstr("the daemon does not take the service for terminated\n    (the daemon)\n"));
+    EXPECT_THAT(text, HasSubstr("1 session holds it\n    (/tmp/zel_lite_sessions_state.txt)\n"));
+    EXPECT_THAT(text, HasSubstr("held by :1.7 (player, process 42)\n"));
+}
+
+TEST(ExplanationTest, ItSaysWhatNobodyCanKnow) {
+    EXPECT_THAT(explained(ordinarySet()),
+                HasSubstr("whether the service itself has work to do, and what it would answer if asked\n"
+                          "    (can't be known from outside)\n"));
+}
+
+TEST(ExplanationTest, WithoutTheLogItSaysWhatIsMissing) {
+    Situation situation = ordinarySet();
+    EXPECT_THAT(explained(situation), HasSubstr("the daemon's log can't be read"));
+
+    situation.history.add({EventKind::Trigger, {"0", "1", "0", "1", "5"}}, 1);
+
+    EXPECT_THAT(explained(situation), Not(HasSubstr("the daemon's log can't be read")));
+    EXPECT_THAT(
+        explained(situation),
+        HasSubstr(
+            "the last trigger was: trigger 5 (stolen-television changed): the service runs and is told\n"));
+}
+
+TEST(ExplanationTest, ItSaysWhatIsInTheWayOfAnAttempt) {
+    Situation situation = ordinarySet();
+    situation.report->lastAttempt = 58'000;
+    situation.history.add({EventKind::Attempt, {}}, 58'000);
+    situation.history.add({EventKind::RefusedForSessions, {"1"}}, 58'000);
+    situation.history.add({EventKind::RefusedForSession, {":1.7", "player", "42"}}, 58'000);
+
+    EXPECT_THAT(
+        explained(situation),
+        HasSubstr(
+            "the last attempt to terminate it: 2.000 s ago, failed: not asked, because sessions were open: "
+            ":1.7 (player, process 42)\n"));
+}
+
+TEST(ExplanationTest, APendingAttemptIsTold) {
+    Situation situation = ordinarySet();
+    situation.history.add({EventKind::AttemptScheduled, {"10"}}, 57'000);
+
+    EXPECT_THAT(explained(situation), HasSubstr("the next attempt is due in 7.000 s\n"));
+    EXPECT_THAT(explained(situation), HasSubstr("10 seconds after the last session it is tried"));
+}
+
+TEST(ExplanationTest, ASwitchOfAfterTheStartIsNotBelieved) {
+    Situation situation = ordinarySet();
+    EXPECT_THAT(explained(situation), HasSubstr("nothing is tried after the last session"));
+
+    situation.switches[kAggressive].isPresent = true;
+    situation.switches[kAggressive].changed = 4'000'000;
+    EXPECT_THAT(explained(situation), HasSubstr("10 seconds after the last session it is tried"));
+
+    situation.switches[kAggressive].changed = 6'000'000;
+    EXPECT_THAT(explained(situation),
+                HasSubstr("whether anything is tried after the last session is unknown"));
+}
+
+TEST(ExplanationTest, TheOverrideCountsOnASetForDevelopersOnly) {
+    Situation situation = ordinarySet();
+    situation.switches[kNoSessionsCheck].isPresent = true;
+    EXPECT_THAT(explained(situation), Not(HasSubstr("open sessions do not keep the service")));
+
+    situation.switches[kDebugSet].isPresent = true;
+
+    EXPECT_THAT(explained(situation), HasSubstr("open sessions do not keep the service"));
+}
+
+TEST(ExplanationTest, ASilentDaemonsBeliefIsUnknown) {
+    Situation situation = ordinarySet();
+    situation.isTerminated.reset();
+    situation.daemonProblem = "it did not answer in time";
+
+    EXPECT_THAT(explained(situation),
+                HasSubstr("what the daemon takes the service for is unknown: it did not answer in time\n"));
+}
+
+TEST(ExplanationTest, SessionsThatAreLeftKeepTheService) {
+    Situation situation = ordinarySet();
+    situation.sessions[":1.9"] = Holder{"other", "43"};
+
+    const std::string text = foreseen(situation, {":1.7"});
+
+    EXPECT_THAT(text,
+                HasSubstr("without 1 session, 1 would still hold the service; nothing would be tried\n"));
+    EXPECT_THAT(text, HasSubstr("still held by :1.9 (other, process 43)\n"));
+}
+
+TEST(ExplanationTest, WithoutTheLastSessionTheSwitchDecides) {
+    Situation situation = ordinarySet();
+    EXPECT_THAT(foreseen(situation, {":1.7"}), HasSubstr("the service would stay"));
+
+    situation.switches[kAggressive].isPresent = true;
+    situation.switches[kAggressive].changed = 6'000'000;
+    EXPECT_THAT(foreseen(situation, {":1.7"}),
+                HasSubstr("whether the service would then be asked to terminate"));
+
+    situation.switches[kAggressive].changed = 4'000'000;
+    EXPECT_THAT(foreseen(situation, {":1.7"}), HasSubstr("the service would be asked to terminate"));
+    EXPECT_THAT(foreseen(situation, {":1.7"}), HasSubstr("what the service answers then: it may refuse\n"));
+
+    situation.history.add({EventKind::Attempt, {}}, 1);
+    situation.history.add({EventKind::RefusedByService, {"running", "0", "0"}}, 1);
+    EXPECT_THAT(foreseen(situation, {":1.7"}), HasSubstr("the last time it refused\n"));
+}
+
+TEST(ExplanationTest, AnIdThatNobodyHasIsNamed) {
+    EXPECT_THAT(unknownIds(ordinarySet(), {":1.7", ":1.8"}), ElementsAre(":1.8"));
+    EXPECT_THAT(unknownIds(ordinarySet(), {}), IsEmpty());
+}
+
+}  // namespace
+}  // namespace zelctl

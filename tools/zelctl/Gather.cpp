@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "Gather.h"
+
+#include <ctime>
+#include <exception>
+
+#include "Daemon.h"
+#include "Files.h"
+#include "Journal.h"
+
+namespace zelctl {
+
+namespace {
+
+std::int64_t monotonicNow() {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return std::int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+}
+
+void lookAtFiles(Situation& situation) {
+    situation.markers = markers();
+    situation.switches = switches();
+    try {
+        situation.sessions = savedSessions();
+    } catch (const std::exception& problem) {
+        situation.sessionsProblem = std::string(kStateFile) + ": " + problem.what();
+    }
+}
+
+// An owner that left without a word to the log is seen on the bus alone.
+void lookAtJournal(const Bus& bus, Situation& situation) {
+    const unsigned int pid = situation.daemon ? situation.daemon->pid : situation.daemonOwner;
+    if (pid == 0) {
+        return;
+    }
+    situation.history = historyOf(pid);
+    situation.history.forgetUnsaved(
+        [&bus](const std::string& id) { return id.compare(0, 1, ":") == 0 && !bus.has(id); });
+}
+
+void askDaemon(const Bus& bus, std::chrono::seconds limit, Gathered& gathered) {
+    Situation& situation = gathered.situation;
+    Daemon daemon(bus, limit);
+    try {
+        situation.isTerminated = daemon.isTerminated();
+        situation.report = parseReport(daemon.report());
+        situation.report->records.clear();
+    } catch (const Trouble& trouble) {
+        gathered.trouble = trouble;
+        situation.daemonProblem = trouble.what();
+    } catch (const std::exception& problem) {
+        situation.daemonProblem = std::string("its report makes no sense: ") + problem.what();
+        gathered.trouble = Trouble(kBadAnswer, "the daemon's report", problem.what(), "zelctl report --json");
+    }
+}
+
+}  // namespace
+
+Situation gatherSessions(const Bus& bus) {
+    Situation situation;
+    situation.daemon = bus.unit(kDaemonUnit);
+    situation.service = bus.unit(kServiceUnit);
+    situation.daemonOwner = bus.ownerPid(kDaemonName);
+    situation.serviceOwner = bus.ownerPid(kServiceName);
+    lookAtFiles(situation);
+    lookAtJournal(bus, situation);
+    return situation;
+}
+
+Gathered gather(const Bus& bus, std::chrono::seconds limit) {
+    Gathered gathered;
+    gathered.situation = gatherSessions(bus);
+    askDaemon(bus, limit, gathered);
+    gathered.situation.daemonTime = daemonNow();
+    gathered.situation.monotonic = monotonicNow();
+    return gathered;
+}
+
+}  // namespace zelctl

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * Looks at everything at once.
+ */
+#ifndef ZELCTL_GATHER_H
+#define ZELCTL_GATHER_H
+
+#include <chrono>
+#include <optional>
+
+#include "Bus.h"
+#include "Situation.h"
+
+namespace zelctl {
+
+/** A situation, and what kept the daemon from telling its part of it. */
+struct Gathered {
+    Situation situation;
+    std::optional<Trouble> trouble;
+};
+
+/**
+ * Looks at the bus, the files and the journal and asks the daemon; what can't be found out is left out.
+ *
+ * @param limit  how long the daemon may take for an answer
+ */
+Gathered gather(const Bus& bus, std::chrono::seconds limit);
+
+/** Only the sessions: the files and the journal, without asking the daemon. */
+Situation gatherSessions(const Bus& bus);
+
+}  // namespace zelctl
+
+#endif
