@@ -54,7 +54,7 @@ std::optional<std::int64_t> numberAfter(std::string_view word, std::string_view 
 }
 
 // The time that is to be shown.
-std::optional<std::time_t> shown() {
+std::optional<std::int64_t> shown() {
     const std::string text = wish().value_or("offset 0");
     if (text == "unreadable") {
         return std::nullopt;
@@ -77,9 +77,11 @@ bool rtc::isPresent() {
 }
 
 std::optional<rtc_time> rtc::read() {
-    const std::optional<std::time_t> time = shown();
+    const std::optional<std::int64_t> shownTime = shown();
+    const auto time = static_cast<std::time_t>(shownTime.value_or(0));
     std::tm date{};
-    if (!time || gmtime_r(&*time, &date) == nullptr) {
+    // Where time_t has 32 bits, no date can be made of a time after 2038.
+    if (!shownTime || time != *shownTime || gmtime_r(&time, &date) == nullptr) {
         return std::nullopt;
     }
     rtc_time record{};
