@@ -19,6 +19,7 @@ import setting_verbs  # noqa: F401
 import steps
 import verbs  # noqa: F401
 import window_verbs  # noqa: F401
+import zelctl_verbs  # noqa: F401
 from failed import Failed
 from world import World
 
