@@ -56,3 +56,19 @@ void HandleDestroyer::operator()(zel_window_control* control) const {
 void HandleDestroyer::operator()(tizen_zel_notifier* notifier) const {
     tizen_zel_notifier_destroy(notifier);
 }
+
+void HandleDestroyer::operator()(wl_subcompositor* subcompositor) const {
+    wl_subcompositor_destroy(subcompositor);
+}
+
+void HandleDestroyer::operator()(wl_subsurface* subsurface) const {
+    wl_subsurface_destroy(subsurface);
+}
+
+void HandleDestroyer::operator()(xdg_positioner* positioner) const {
+    xdg_positioner_destroy(positioner);
+}
+
+void HandleDestroyer::operator()(xdg_popup* popup) const {
+    xdg_popup_destroy(popup);
+}

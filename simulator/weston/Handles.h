@@ -11,6 +11,8 @@
 #include <memory>
 
 struct tizen_zel_notifier;
+struct xdg_popup;
+struct xdg_positioner;
 struct xdg_surface;
 struct xdg_toplevel;
 struct xdg_wm_base;
@@ -26,7 +28,11 @@ struct HandleDestroyer {
     void operator()(wl_buffer* buffer) const;
     void operator()(wl_region* region) const;
     void operator()(wl_surface* surface) const;
+    void operator()(wl_subcompositor* subcompositor) const;
+    void operator()(wl_subsurface* subsurface) const;
     void operator()(xdg_wm_base* base) const;
+    void operator()(xdg_positioner* positioner) const;
+    void operator()(xdg_popup* popup) const;
     void operator()(xdg_surface* surface) const;
     void operator()(xdg_toplevel* toplevel) const;
     void operator()(zel_window_control* control) const;

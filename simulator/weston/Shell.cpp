@@ -50,15 +50,6 @@ weston_desktop_api Shell::callbacks() {
     };
     api.committed = [](weston_desktop_surface* surface, std::int32_t /*sx*/, std::int32_t /*sy*/,
                        void* self) { static_cast<Shell*>(self)->committed(surface); };
-    api.fullscreen_requested = [](weston_desktop_surface* surface, bool fullscreen, weston_output* /*output*/,
-                                  void* self) {
-        weston_desktop_surface_set_fullscreen(surface, fullscreen);
-        static_cast<Shell*>(self)->fillScreen(surface, fullscreen);
-    };
-    api.maximized_requested = [](weston_desktop_surface* surface, bool maximized, void* self) {
-        weston_desktop_surface_set_maximized(surface, maximized);
-        static_cast<Shell*>(self)->fillScreen(surface, maximized);
-    };
     api.minimized_requested = [](weston_desktop_surface* surface, void* self) {
         static_cast<Shell*>(self)->minimise(surface);
     };
@@ -120,14 +111,6 @@ void Shell::committed(weston_desktop_surface* surface) {
     const bool hasContent = weston_desktop_surface_get_surface(surface)->width > 0;
     if (window != nullptr && hasContent && !weston_view_is_mapped(window->view)) {
         show(*window);
-    }
-}
-
-void Shell::fillScreen(weston_desktop_surface* surface, bool fill) {
-    weston_desktop_surface_set_size(surface, fill ? m_screen->width : 0, fill ? m_screen->height : 0);
-    if (Window* const window = managed(surface)) {
-        window->wanted = fill ? std::optional(Position{0, 0}) : std::nullopt;
-        settle(*window);
     }
 }
 

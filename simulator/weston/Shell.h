@@ -51,7 +51,6 @@ private:
     void added(weston_desktop_surface* surface);
     void removed(weston_desktop_surface* surface);
     void committed(weston_desktop_surface* surface);
-    void fillScreen(weston_desktop_surface* surface, bool fill);
     void minimise(weston_desktop_surface* surface);
     static Window* managed(weston_desktop_surface* surface);
     void show(Window& window);

@@ -10,6 +10,7 @@
 #define SIMULATOR_WESTON_WINDOW_CLIENT_H
 
 #include <optional>
+#include <vector>
 
 #include "Handles.h"
 
@@ -36,6 +37,7 @@ private:
     Handle<wl_display> m_display;
     Handle<wl_registry> m_registry;
     Handle<wl_compositor> m_compositor;
+    Handle<wl_subcompositor> m_subcompositor;
     Handle<wl_shm> m_shm;
     Handle<xdg_wm_base> m_base;
     Handle<zel_window_control> m_control;
@@ -74,6 +76,10 @@ public:
     /** Takes its content away; show() brings it back. */
     void hide();
     void show();
+    /** Puts a part of the window over it, at that place within it. */
+    void addPart(const WindowLook& look, const WindowPlace& place);
+    /** Opens a menu over the window, at that place within it. */
+    void openMenu(const WindowLook& look, const WindowPlace& place);
     /** @param state  1 adds the hint, 2 removes it */
     void hint(int state);
     /** Have a change of visibility told without one; 0 visible, 1 partially, 2 not. */
@@ -81,16 +87,26 @@ public:
     void announceAsync(int visibility);
 
 private:
-    void awaitConfigured();
-    void draw();
+    // What has content of its own. The role goes before the surface that has it.
+    struct Sheet {
+        Handle<wl_buffer> buffer;
+        Handle<wl_surface> surface;
+        Handle<wl_subsurface> subsurface;
+        Handle<xdg_surface> xdgSurface;
+        Handle<xdg_toplevel> toplevel;
+        Handle<xdg_popup> popup;
+    };
+
+    Sheet makeSheet();
+    void makeXdgSurface(Sheet& sheet);
+    void awaitConfigured(const Sheet& sheet);
+    void draw(Sheet& sheet, const WindowLook& look);
 
     WindowClient& m_client;
     WindowLook m_look;
-    Handle<wl_buffer> m_buffer;
-    Handle<wl_surface> m_surface;
-    Handle<xdg_surface> m_xdgSurface;
-    Handle<xdg_toplevel> m_toplevel;
     bool m_isConfigured = false;
+    Sheet m_window;
+    std::vector<Sheet> m_others;
     int m_id = 0;
 };
 

@@ -8,12 +8,13 @@
 #include <tizen-zel-notifier-client-protocol.h>
 #include <unistd.h>
 #include <wayland-client.h>
+#include <zel-window-control-client-protocol.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -28,6 +29,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr const char* kRuntime = "/tmp/weston";
 constexpr const char* kSocket = "/tmp/weston/wayland-7";
@@ -107,6 +109,8 @@ public:
         m_notifier.roundtrip();
         return std::exchange(m_lines, {});
     }
+    // What was heard and not asked for yet.
+    std::vector<std::string> heard() { return std::exchange(m_lines, {}); }
     std::string topMost() {
         m_lines.clear();
         m_notifier.askForTopMost();
@@ -202,6 +206,32 @@ TEST_F(WindowManagerTest, AWindowWithoutContentIsNotVisible) {
     EXPECT_THAT(m_told.until("visibility 1 0"), ElementsAre("visibility 1 0"));
 }
 
+TEST_F(WindowManagerTest, AMinimisedWindowStaysSoWhenItHasContentAgain) {
+    ClientWindow window = open(kSmall, WindowPlace{0, 0});
+    m_told.until("visibility 1 0");
+
+    window.minimise();
+    window.hide();
+    m_told.until("visibility 1 2");
+    window.show();
+    const ClientWindow later = open(kSmall, WindowPlace{500, 0});
+
+    EXPECT_THAT(m_told.until("visibility 2 0"), ElementsAre("visibility 2 0"));
+}
+
+TEST_F(WindowManagerTest, AWindowThatIsRaisedWithoutContentIsVisibleWhenItHasItAgain) {
+    ClientWindow window = open(kSmall);
+    m_told.until("visibility 1 0");
+    window.minimise();
+    window.hide();
+    m_told.until("visibility 1 2");
+
+    window.raise();
+    window.show();
+
+    EXPECT_THAT(m_told.until("visibility 1 0"), ElementsAre("visibility 1 0"));
+}
+
 TEST_F(WindowManagerTest, AWindowBesideTheScreenIsNotVisible) {
     ClientWindow window = open(kSmall, WindowPlace{-500, 0});
     EXPECT_THAT(m_told.until("visibility 1 2"), ElementsAre("visibility 1 2"));
@@ -251,56 +281,67 @@ TEST_F(WindowManagerTest, TheWindowsOfAKilledClientAreGone) {
     EXPECT_THAT(m_told.until("gone " + window), ElementsAre("gone " + window));
 }
 
-// The globals that are advertised to a connection: the number of the notifier, 0 when it is not among them.
+// A connection that does what no well-behaved client does.
 class Registry {
 public:
-    Registry() : m_display(wl_display_connect(nullptr)), m_registry(wl_display_get_registry(m_display)) {
+    Registry() {
         static constexpr wl_registry_listener kListener = {
-            [](void* notifier, wl_registry* /*registry*/, std::uint32_t name, const char* interface,
+            [](void* names, wl_registry* /*registry*/, std::uint32_t name, const char* interface,
                std::uint32_t /*version*/) {
-                if (std::strcmp(interface, "tizen_zel_notifier") == 0) {
-                    *static_cast<std::uint32_t*>(notifier) = name;
-                }
+                (*static_cast<std::map<std::string, std::uint32_t>*>(names))[interface] = name;
             },
-            [](void* /*notifier*/, wl_registry* /*registry*/, std::uint32_t /*name*/) {}};
-        wl_registry_add_listener(m_registry, &kListener, &m_notifier);
-        wl_display_roundtrip(m_display);
+            [](void* /*names*/, wl_registry* /*registry*/, std::uint32_t /*name*/) {}};
+        wl_registry_add_listener(m_registry.get(), &kListener, &m_names);
+        wl_display_roundtrip(m_display.get());
     }
-    ~Registry() {
-        wl_registry_destroy(m_registry);
-        wl_display_disconnect(m_display);
-    }
-    Registry(const Registry&) = delete;
-    Registry& operator=(const Registry&) = delete;
 
-    std::uint32_t notifier() const { return m_notifier; }
+    // The number of the notifier, 0 when it is not advertised.
+    std::uint32_t notifier() { return m_names["tizen_zel_notifier"]; }
+
     // Binds a number without having been told of it; the interface that the window manager names in its
     // error.
-    std::string bind(std::uint32_t name) {
-        void* const bound = wl_registry_bind(m_registry, name, &tizen_zel_notifier_interface, 1);
-        wl_display_roundtrip(m_display);
-        const wl_interface* refuses = nullptr;
-        wl_display_get_protocol_error(m_display, &refuses, nullptr);
-        wl_proxy_destroy(static_cast<wl_proxy*>(bound));
-        return refuses == nullptr ? "" : refuses->name;
+    std::string bindNotifier(std::uint32_t name) {
+        const auto bound = bind<tizen_zel_notifier>(tizen_zel_notifier_interface, name);
+        return error();
+    }
+
+    std::string raiseNoWindow() {
+        const auto compositor = bind<wl_compositor>(wl_compositor_interface, m_names["wl_compositor"]);
+        const auto control =
+            bind<zel_window_control>(zel_window_control_interface, m_names["zel_window_control"]);
+        const Handle<wl_surface> surface(wl_compositor_create_surface(compositor.get()));
+        zel_window_control_raise(control.get(), surface.get());
+        return error();
     }
 
 private:
-    wl_display* m_display;
-    wl_registry* m_registry;
-    std::uint32_t m_notifier = 0;
+    template <typename T>
+    Handle<T> bind(const wl_interface& interface, std::uint32_t name) {
+        return Handle<T>(static_cast<T*>(wl_registry_bind(m_registry.get(), name, &interface, 1)));
+    }
+
+    std::string error() {
+        wl_display_roundtrip(m_display.get());
+        const wl_interface* refuses = nullptr;
+        wl_display_get_protocol_error(m_display.get(), &refuses, nullptr);
+        return refuses == nullptr ? "" : refuses->name;
+    }
+
+    Handle<wl_display> m_display{wl_display_connect(nullptr)};
+    Handle<wl_registry> m_registry{wl_display_get_registry(m_display.get())};
+    std::map<std::string, std::uint32_t> m_names;
 };
 
 TEST_F(WindowManagerTest, OnlyRootSeesTheNotifierAndBindsIt) {
     const std::uint32_t name = Registry().notifier();
     ASSERT_NE(name, 0U);
-    EXPECT_EQ(Registry().bind(name), "");
+    EXPECT_EQ(Registry().bindNotifier(name), "");
 
     const pid_t stranger = fork();
     if (stranger == 0) {
         const bool isNobody = setresuid(kNobody, kNobody, kNobody) == 0;
         const bool isHidden = Registry().notifier() == 0;
-        const bool isRefused = Registry().bind(name) == "wl_registry";
+        const bool isRefused = Registry().bindNotifier(name) == "wl_registry";
         _exit((isNobody ? 0 : 1) + (isHidden ? 0 : 2) + (isRefused ? 0 : 4));
     }
     int status = 0;
@@ -341,6 +382,46 @@ TEST_F(WindowManagerTest, TheWindowOnTopIsTheForemostThatIsSeen) {
     EXPECT_EQ(m_told.topMost(), "top 2");
 }
 
+TEST_F(WindowManagerTest, APartOfAWindowDoesNotCoverTheWindow) {
+    ClientWindow window = open({200, 100, false}, WindowPlace{0, 0});
+    const ClientWindow behind = open(kSmall, WindowPlace{500, 0});
+    window.raise();
+    m_told.until("visibility 2 0");
+
+    window.addPart({50, 50, true}, {10, 10});
+    window.place({500, 0});
+
+    EXPECT_THAT(m_told.until("visibility 2 1"), ElementsAre("visibility 2 1"));
+}
+
+TEST_F(WindowManagerTest, AMenuCoversItsWindowAndIsNoWindow) {
+    ClientWindow window = open(kSmall, WindowPlace{0, 0});
+    m_told.until("visibility 1 0");
+
+    window.openMenu({50, 50, true}, {10, 10});
+
+    EXPECT_THAT(m_told.until("visibility 1 1"), ElementsAre("visibility 1 1"));
+}
+
+TEST_F(WindowManagerTest, AMenuGoesWhereItsWindowGoes) {
+    ClientWindow window = open(kSmall, WindowPlace{0, 0});
+    const ClientWindow other = open(kSmall, WindowPlace{50, 0});
+    window.raise();
+    window.openMenu({50, 50, true}, {120, 10});
+    m_told.until("visibility 1 1");
+    m_told.now();
+
+    window.minimise();
+
+    EXPECT_THAT(m_told.until("visibility 2 0"), ElementsAre("visibility 1 2", "visibility 2 0"));
+}
+
+TEST_F(WindowManagerTest, ARequestForWhatIsNoWindowIsRefused) {
+    Registry stranger;
+
+    EXPECT_EQ(stranger.raiseNoWindow(), "zel_window_control");
+}
+
 TEST_F(WindowManagerTest, ARequestWithAWrongValueIsRefused) {
     ClientWindow window = open(kSmall);
     m_told.until("visibility 1 0");
@@ -352,10 +433,15 @@ TEST_F(WindowManagerTest, ARequestWithAWrongValueIsRefused) {
 TEST_F(WindowManagerTest, TheCompositorEndsWithoutAWordAboutItsWindows) {
     const ClientWindow window = open(kSmall);
     m_told.until("visibility 1 0");
+    Told late;  // is thrown out after the window's client
+    late.now();
 
     EXPECT_EQ(m_weston.end(), 0);
 
-    EXPECT_THROW(m_told.now(), std::runtime_error);
+    for (Told* told : {&m_told, &late}) {
+        EXPECT_THROW(told->now(), std::runtime_error);
+        EXPECT_THAT(told->heard(), IsEmpty());
+    }
 }
 
 }  // namespace
