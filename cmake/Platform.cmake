@@ -65,6 +65,10 @@ if(ZEL_PLATFORM STREQUAL "device")
 elseif(ZEL_PLATFORM STREQUAL "linux")
   find_package(sdbus-c++ 1.2 REQUIRED)
   find_package(Threads REQUIRED)
+  # What several of these libraries need, and nobody else.
+  add_library(zel-platform-common INTERFACE)
+  target_include_directories(zel-platform-common INTERFACE "${CMAKE_SOURCE_DIR}/platform/common")
+  add_library(zel::platform-common ALIAS zel-platform-common)
   # Each library has its contract test in its folder.
   if(ZEL_TESTS)
     include(Testing)

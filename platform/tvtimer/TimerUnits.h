@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "../service-api/Deadline.h"
+#include "Deadline.h"
 
 /**
  * One exchange with systemd, over a connection of its own, of 10 s at the most.

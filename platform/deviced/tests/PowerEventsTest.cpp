@@ -6,9 +6,9 @@
 #include <atomic>
 #include <thread>
 
-#include "FreshProcess.h"
 #include "PowerWorld.h"
 #include "support/Contended.h"
+#include "support/FreshProcess.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <set>
 #include <string>
 
-#include "FreshProcess.h"
 #include "PowerWorld.h"
+#include "support/FreshProcess.h"
 
 namespace {
 

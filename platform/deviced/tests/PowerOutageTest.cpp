@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "FreshProcess.h"
 #include "PowerWorld.h"
+#include "support/FreshProcess.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include <sstream>
 #include <thread>
 
-#include "BusCallSpy.h"
 #include "ControlWorld.h"
 #include "ZelServiceAPI.h"
+#include "support/BusCallSpy.h"
 #include "support/PrivateBus.h"
 
 using testing::ElementsAre;

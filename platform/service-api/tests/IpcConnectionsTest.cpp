@@ -15,9 +15,9 @@
 #include <filesystem>
 #include <sstream>
 
-#include "BusCallSpy.h"
-#include "FreshProcess.h"
 #include "IpcWorld.h"
+#include "support/BusCallSpy.h"
+#include "support/FreshProcess.h"
 #include "support/PrivateBus.h"
 
 using testing::ElementsAre;

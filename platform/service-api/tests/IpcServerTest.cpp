@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "FreshProcess.h"
 #include "IpcWorld.h"
+#include "support/FreshProcess.h"
 #include "support/PrivateBus.h"
 
 using testing::ElementsAre;

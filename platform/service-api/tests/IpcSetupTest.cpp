@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <thread>
 
-#include "FreshProcess.h"
 #include "IpcWorld.h"
+#include "support/FreshProcess.h"
 #include "support/PrivateBus.h"
 
 using testing::ElementsAre;

@@ -18,10 +18,10 @@
 #include <utility>
 #include <vector>
 
-#include "Record.h"
 #include "TCIpcProperties.h"
 #include "TICallListener.h"
 #include "ZelServiceAPIManager.h"
+#include "support/Record.h"
 
 /** Everything that the listener and the observers of this process are told. Never destroyed, as they are not.
  */

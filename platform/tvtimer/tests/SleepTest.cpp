@@ -8,9 +8,9 @@
 #include <atomic>
 #include <string>
 
-#include "FreshProcess.h"
 #include "PowerWorld.h"
 #include "TimerSystemd.h"
+#include "support/FreshProcess.h"
 
 namespace {
 

@@ -18,11 +18,11 @@
 #include <thread>
 #include <vector>
 
-#include "BusCallSpy.h"
-#include "Record.h"
 #include "TimerSystemd.h"
+#include "support/BusCallSpy.h"
 #include "support/Contended.h"
 #include "support/PrivateBus.h"
+#include "support/Record.h"
 #include "support/StderrPackets.h"
 #include "support/Wait.h"
 

@@ -3,8 +3,8 @@
  * @file
  * A limit that several waits share.
  */
-#ifndef SERVICE_API_DEADLINE_H
-#define SERVICE_API_DEADLINE_H
+#ifndef PLATFORM_COMMON_DEADLINE_H
+#define PLATFORM_COMMON_DEADLINE_H
 
 #include <algorithm>
 #include <chrono>

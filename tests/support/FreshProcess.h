@@ -4,8 +4,8 @@
  * A process of its own for a test. The IPC end of a process is set up once and ends with the process, so a
  * test of it needs one that nobody has set up before.
  */
-#ifndef SERVICE_API_TESTS_FRESH_PROCESS_H
-#define SERVICE_API_TESTS_FRESH_PROCESS_H
+#ifndef TESTS_SUPPORT_FRESH_PROCESS_H
+#define TESTS_SUPPORT_FRESH_PROCESS_H
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
  * @file
  * Watches the method calls that this process makes and waits for, at the door of libsystemd.
  */
-#ifndef SERVICE_API_TESTS_BUS_CALL_SPY_H
-#define SERVICE_API_TESTS_BUS_CALL_SPY_H
+#ifndef TESTS_SUPPORT_BUS_CALL_SPY_H
+#define TESTS_SUPPORT_BUS_CALL_SPY_H
 
 #include <cstdint>
 #include <functional>

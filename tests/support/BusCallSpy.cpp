@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "BusCallSpy.h"
+#include "support/BusCallSpy.h"
 
 #include <dlfcn.h>
 #include <systemd/sd-bus.h>

@@ -3,8 +3,8 @@
  * @file
  * What happened, in order, told by several threads and waited for by one.
  */
-#ifndef SERVICE_API_TESTS_RECORD_H
-#define SERVICE_API_TESTS_RECORD_H
+#ifndef TESTS_SUPPORT_RECORD_H
+#define TESTS_SUPPORT_RECORD_H
 
 #include <algorithm>
 #include <chrono>
