@@ -505,6 +505,8 @@ TEST(IpcConnectionsTest, ANameTakenByAnotherAfterALossIsTriedAgainUntilItIsFree)
         holder.reset();
 
         EXPECT_EQ(meanwhile, holderName);
+        // The bus may not have seen the holder go yet.
+        ASSERT_TRUE(eventually([&] { return client.owner("com.brenlow.ZELLite") != holderName; }));
         ASSERT_TRUE(client.waitForServer());
         EXPECT_EQ(client.call(0, "x"), "x");
     });
