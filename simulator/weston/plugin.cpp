@@ -4,7 +4,6 @@
 #include <weston.h>
 
 #include <exception>
-#include <memory>
 
 #include "Control.h"
 #include "Listener.h"
@@ -14,29 +13,20 @@
 
 namespace {
 
-/** Everything there is, as long as the compositor lives. */
+/** Everything there is, as long as the compositor lives. It ends without a word about the windows that end
+ * with it. */
 class WindowManager {
 public:
     explicit WindowManager(weston_compositor& compositor)
-        : m_display(*compositor.wl_display),
-          m_shell(compositor, m_windows),
-          m_notifier(std::make_unique<Notifier>(m_display, m_windows)),
-          m_control(m_display, m_windows, m_shell, *m_notifier),
+        : m_shell(compositor, m_windows),
+          m_notifier(*compositor.wl_display, m_windows),
+          m_control(*compositor.wl_display, m_windows, m_shell, m_notifier),
           m_end(compositor.destroy_signal, [this] { delete this; }) {}
 
-    // The compositor ends like one that is killed: without a word about the windows that end with it.
-    ~WindowManager() {
-        m_notifier.reset();
-        wl_display_destroy_clients(&m_display);
-    }
-    WindowManager(const WindowManager&) = delete;
-    WindowManager& operator=(const WindowManager&) = delete;
-
 private:
-    wl_display& m_display;
     Windows m_windows;
     Shell m_shell;
-    std::unique_ptr<Notifier> m_notifier;
+    Notifier m_notifier;
     Control m_control;
     Listener m_end;
 };

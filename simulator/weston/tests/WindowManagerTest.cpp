@@ -8,6 +8,7 @@
 #include <tizen-zel-notifier-client-protocol.h>
 #include <unistd.h>
 #include <wayland-client.h>
+#include <xdg-shell-client-protocol.h>
 #include <zel-window-control-client-protocol.h>
 
 #include <algorithm>
@@ -131,6 +132,76 @@ private:
     }};
 };
 
+// A connection that does what no well-behaved client does.
+class Registry {
+public:
+    Registry() {
+        static constexpr wl_registry_listener kListener = {
+            [](void* names, wl_registry* /*registry*/, std::uint32_t name, const char* interface,
+               std::uint32_t /*version*/) {
+                (*static_cast<std::map<std::string, std::uint32_t>*>(names))[interface] = name;
+            },
+            [](void* /*names*/, wl_registry* /*registry*/, std::uint32_t /*name*/) {}};
+        wl_registry_add_listener(m_registry.get(), &kListener, &m_names);
+        wl_display_roundtrip(m_display.get());
+    }
+
+    // The number of the notifier, 0 when it is not advertised.
+    std::uint32_t notifier() { return m_names["tizen_zel_notifier"]; }
+
+    // Binds a number without having been told of it; the interface that the window manager names in its
+    // error.
+    std::string bindNotifier(std::uint32_t name) {
+        const auto bound = bind<tizen_zel_notifier>(tizen_zel_notifier_interface, name);
+        return error();
+    }
+
+    std::string raiseNoWindow() {
+        const auto compositor = bind<wl_compositor>(wl_compositor_interface, m_names["wl_compositor"]);
+        const auto control =
+            bind<zel_window_control>(zel_window_control_interface, m_names["zel_window_control"]);
+        const Handle<wl_surface> surface(wl_compositor_create_surface(compositor.get()));
+        zel_window_control_raise(control.get(), surface.get());
+        return error();
+    }
+
+    // A toplevel window that never gets content.
+    struct EmptyWindow {
+        Handle<xdg_wm_base> base;
+        Handle<wl_surface> surface;
+        Handle<xdg_surface> xdgSurface;
+        Handle<xdg_toplevel> toplevel;
+    };
+    EmptyWindow windowWithoutContent() {
+        EmptyWindow window;
+        window.base = bind<xdg_wm_base>(xdg_wm_base_interface, m_names["xdg_wm_base"]);
+        const auto compositor = bind<wl_compositor>(wl_compositor_interface, m_names["wl_compositor"]);
+        window.surface.reset(wl_compositor_create_surface(compositor.get()));
+        window.xdgSurface.reset(xdg_wm_base_get_xdg_surface(window.base.get(), window.surface.get()));
+        window.toplevel.reset(xdg_surface_get_toplevel(window.xdgSurface.get()));
+        wl_surface_commit(window.surface.get());
+        EXPECT_EQ(error(), "");
+        return window;
+    }
+
+private:
+    template <typename T>
+    Handle<T> bind(const wl_interface& interface, std::uint32_t name) {
+        return Handle<T>(static_cast<T*>(wl_registry_bind(m_registry.get(), name, &interface, 1)));
+    }
+
+    std::string error() {
+        wl_display_roundtrip(m_display.get());
+        const wl_interface* refuses = nullptr;
+        wl_display_get_protocol_error(m_display.get(), &refuses, nullptr);
+        return refuses == nullptr ? "" : refuses->name;
+    }
+
+    Handle<wl_display> m_display{wl_display_connect(nullptr)};
+    Handle<wl_registry> m_registry{wl_display_get_registry(m_display.get())};
+    std::map<std::string, std::uint32_t> m_names;
+};
+
 class WindowManagerTest : public testing::Test {
 protected:
     ClientWindow open(const WindowLook& look, std::optional<WindowPlace> place = std::nullopt) {
@@ -204,6 +275,17 @@ TEST_F(WindowManagerTest, AWindowWithoutContentIsNotVisible) {
     EXPECT_THAT(m_told.until("visibility 1 2"), ElementsAre("visibility 1 2"));
     window.show();
     EXPECT_THAT(m_told.until("visibility 1 0"), ElementsAre("visibility 1 0"));
+}
+
+TEST_F(WindowManagerTest, AWindowThatNeverHadContentIsNotSpokenOf) {
+    Registry client;
+    const auto empty = client.windowWithoutContent();
+    m_told.now();
+
+    const ClientWindow later = open(kSmall);
+
+    EXPECT_EQ(later.id(), 2);
+    EXPECT_THAT(m_told.until("visibility 2 0"), ElementsAre("visibility 2 0"));
 }
 
 TEST_F(WindowManagerTest, AMinimisedWindowStaysSoWhenItHasContentAgain) {
@@ -280,57 +362,6 @@ TEST_F(WindowManagerTest, TheWindowsOfAKilledClientAreGone) {
 
     EXPECT_THAT(m_told.until("gone " + window), ElementsAre("gone " + window));
 }
-
-// A connection that does what no well-behaved client does.
-class Registry {
-public:
-    Registry() {
-        static constexpr wl_registry_listener kListener = {
-            [](void* names, wl_registry* /*registry*/, std::uint32_t name, const char* interface,
-               std::uint32_t /*version*/) {
-                (*static_cast<std::map<std::string, std::uint32_t>*>(names))[interface] = name;
-            },
-            [](void* /*names*/, wl_registry* /*registry*/, std::uint32_t /*name*/) {}};
-        wl_registry_add_listener(m_registry.get(), &kListener, &m_names);
-        wl_display_roundtrip(m_display.get());
-    }
-
-    // The number of the notifier, 0 when it is not advertised.
-    std::uint32_t notifier() { return m_names["tizen_zel_notifier"]; }
-
-    // Binds a number without having been told of it; the interface that the window manager names in its
-    // error.
-    std::string bindNotifier(std::uint32_t name) {
-        const auto bound = bind<tizen_zel_notifier>(tizen_zel_notifier_interface, name);
-        return error();
-    }
-
-    std::string raiseNoWindow() {
-        const auto compositor = bind<wl_compositor>(wl_compositor_interface, m_names["wl_compositor"]);
-        const auto control =
-            bind<zel_window_control>(zel_window_control_interface, m_names["zel_window_control"]);
-        const Handle<wl_surface> surface(wl_compositor_create_surface(compositor.get()));
-        zel_window_control_raise(control.get(), surface.get());
-        return error();
-    }
-
-private:
-    template <typename T>
-    Handle<T> bind(const wl_interface& interface, std::uint32_t name) {
-        return Handle<T>(static_cast<T*>(wl_registry_bind(m_registry.get(), name, &interface, 1)));
-    }
-
-    std::string error() {
-        wl_display_roundtrip(m_display.get());
-        const wl_interface* refuses = nullptr;
-        wl_display_get_protocol_error(m_display.get(), &refuses, nullptr);
-        return refuses == nullptr ? "" : refuses->name;
-    }
-
-    Handle<wl_display> m_display{wl_display_connect(nullptr)};
-    Handle<wl_registry> m_registry{wl_display_get_registry(m_display.get())};
-    std::map<std::string, std::uint32_t> m_names;
-};
 
 TEST_F(WindowManagerTest, OnlyRootSeesTheNotifierAndBindsIt) {
     const std::uint32_t name = Registry().notifier();
