@@ -34,7 +34,7 @@ unit_packages=(
 test_packages=(
     "${unit_packages[@]}"
     dpkg-dev file
-    clang-format clang-tidy shellcheck mandoc
+    clang-format clang-tidy shellcheck mandoc zsh fish
 )
 
 # To build for other machines, on top of that.
