@@ -33,7 +33,7 @@ unit_packages=(
 # shellcheck disable=SC2034  # for the script that sources this
 test_packages=(
     "${unit_packages[@]}"
-    dpkg-dev file
+    dpkg-dev file rpm
     clang-format clang-tidy shellcheck mandoc zsh fish
 )
 
