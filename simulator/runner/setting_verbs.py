@@ -1,10 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
 """The sentences about settings. One function each; the first line of its text explains it in the help."""
 
+import itertools
 import subprocess
 
 from failed import Failed
 from steps import step
+
+# It is always watched, and all that the daemon does about it is to log it.
+_VIEWER = "memory/tv-viewer/viewer_state"
+_states = itertools.count(1)
 
 
 def _vconftool(*arguments):
@@ -51,3 +56,14 @@ def setting_has_value(world, key, value):
 def setting_has_no_value(world, key):
     """Waits until a setting has none, or one that can't be read."""
     world.wait(f"{key} has no value", lambda: value_of(key), lambda seen: seen is None)
+
+
+@step("all settings have reached the daemon")
+def settings_have_reached(world):
+    """Waits until the daemon has done all that it does about what was set before; the viewer's state is another then."""
+    # Changes that come together are told in any order, so the second of these comes after all others.
+    for _ in range(2):
+        state = f"state {next(_states)}"
+        _change("set", "-f", "-t", "string", _VIEWER, state)
+        world.wait(f"the daemon logs the viewer's {state}", lambda: [entry.text for _, entry in world.lines("ZEL_LITE")],
+                   lambda seen, line=f"vconf tv-viewer state({state})": line in seen)
