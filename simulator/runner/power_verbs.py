@@ -85,10 +85,11 @@ def _await_only_timer(world):
 
 
 def _expect_date(world, dates):
+    wanted = [f"{date:%Y-%m-%d %H:%M:%S} UTC" for date in dates]
     calendar = _property(_await_only_timer(world), "TimersCalendar")
-    date = re.search(r"OnCalendar=([^;]*?) ;", calendar)
-    if date is None or date[1] not in [f"{date:%Y-%m-%d %H:%M:%S} UTC" for date in dates]:
-        raise Failed(f"one of {[str(date) for date in dates]}", calendar)
+    seen = re.search(r"OnCalendar=([^;]*?) ;", calendar)
+    if seen is None or seen[1] not in wanted:
+        raise Failed(f"one of {wanted}", calendar)
 
 
 def _utc(seconds):
