@@ -34,3 +34,4 @@ include(CPack)
 
 install(FILES packaging/debian/changelog packaging/debian/copyright
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/zel-lite" COMPONENT daemon)
+install(FILES docs/man/zel-lite.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT daemon)
