@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 
 namespace zelctl {
 
@@ -90,6 +91,16 @@ std::string Daemon::report() {
     std::string text(static_cast<std::size_t>(size), '\0');
     reply.ReadConcatenated(text.size(), text.data(), 8);
     return text;
+}
+
+Report Daemon::readReport() {
+    const std::string document = report();
+    try {
+        return parseReport(document);
+    } catch (const std::exception& problem) {
+        throw Trouble(kBadAnswer, "the daemon's report", problem.what(),
+                      "zelctl report --json, to see it as it is");
+    }
 }
 
 void Daemon::openTrace(std::int64_t id, const std::string& text, Language language) {

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "Bus.h"
+#include "Report.h"
 
 namespace zelctl {
 
@@ -42,6 +43,8 @@ public:
     bool close();
     /** The report, a JSON document, byte for byte. */
     std::string report();
+    /** The same, read. */
+    Report readReport();
     /** Opens a trace of this connection. The daemon never says whether it has kept it. */
     void openTrace(std::int64_t id, const std::string& text, Language language);
     void closeTrace(std::int64_t id);

@@ -45,6 +45,14 @@ bool isSessionsCheckOff(const Situation& situation) {
     return debug != nullptr && debug->isPresent && check != nullptr && check->isPresent;
 }
 
+std::string markerText(const Marker& running) {
+    if (!running.problem.empty()) {
+        return "the marker of a running service tells nothing: it is " + running.problem;
+    }
+    return running.isPresent ? "the last trigger reached the service, and no termination was agreed since"
+                             : "no trigger has reached the service since it was last asked to terminate";
+}
+
 void addService(const Situation& situation, Statements& statements) {
     const std::string state = serviceState(situation);
     const std::string unit = situation.service ? "unit " + situation.service->name : std::string(kNobody);
@@ -61,11 +69,7 @@ void addService(const Situation& situation, Statements& statements) {
             {"what the daemon takes the service for is unknown: " + situation.daemonProblem, kDaemon});
     }
     if (situation.markers.size() > kRunning) {
-        const Marker& running = situation.markers[kRunning];
-        statements.push_back(
-            {running.isPresent ? "the last trigger reached the service, and no termination was agreed since"
-                               : "no trigger has reached the service since it was last asked to terminate",
-             running.path});
+        statements.push_back({markerText(situation.markers[kRunning]), situation.markers[kRunning].path});
     }
 }
 
@@ -112,8 +116,8 @@ void addSwitches(const Situation& situation, Statements& statements) {
             break;
         case Certainty::No:
             statements.push_back(
-                {"nothing is tried after the last session, unless the switch was there when the daemon "
-                 "started; then only the key combination ends the service",
+                {"nothing is tried after the last session: the switch is absent, and counts only if it was "
+                 "there when the daemon started",
                  path});
             break;
         case Certainty::Unknown:

@@ -78,7 +78,7 @@ bool isOwn(int socket) {
 // The report alone says whether a trace was kept.
 bool isKept(Daemon& daemon, const std::string& text) {
     const std::string pid = std::to_string(getpid());
-    const Report report = parseReport(daemon.report());
+    const Report report = daemon.readReport();
     return std::any_of(report.records.begin(), report.records.end(), [&](const Record& record) {
         return record.pid == pid &&
                std::any_of(record.traces.begin(), record.traces.end(),

@@ -64,15 +64,6 @@ std::map<std::string, DaemonTime> openingTimes(unsigned int pid) {
     return times;
 }
 
-Report parsed(const std::string& json) {
-    try {
-        return parseReport(json);
-    } catch (const std::exception& problem) {
-        throw Trouble(kBadAnswer, "the daemon's report", problem.what(),
-                      "zelctl report --json, to see it as it is");
-    }
-}
-
 PageContent pageContent(const Bus& bus, Report report) {
     PageContent content;
     content.report = std::move(report);
@@ -142,12 +133,11 @@ Status explain(const std::vector<std::string>& without, std::chrono::seconds lim
 Status report(bool json, const std::string& html, std::chrono::seconds limit) {
     const Bus bus;
     Daemon daemon(bus, limit);
-    const std::string document = daemon.report();
     if (json) {
-        print(document);
+        print(daemon.report());
         return kDone;
     }
-    Report report = parsed(document);
+    Report report = daemon.readReport();
     if (html.empty()) {
         print(reportText(report, daemonNow()));
         return kDone;

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <optional>
 
 #include "Loop.h"
@@ -102,17 +103,44 @@ private:
     pid_t m_pid = -1;
 };
 
-// The session ends with the connection in any case; this way it ends before whoever waits goes on.
-void finish(Daemon& daemon, bool traced) {
-    try {
-        if (traced) {
-            daemon.closeTrace(kTraceId);
+// The session, and the trace if there is one. Both are closed before whoever waits goes on; the session would
+// also end with the connection, but a trace would not.
+class Holding {
+public:
+    explicit Holding(Daemon& daemon) : m_daemon(daemon) {}
+    ~Holding() {
+        try {
+            close();
+        } catch (const std::exception& problem) {
+            std::fprintf(stderr, "zelctl: the session could not be closed in good order: %s\n",
+                         problem.what());
         }
-        daemon.close();
-    } catch (const Trouble& trouble) {
-        std::fprintf(stderr, "zelctl: the session could not be closed in good order: %s\n", trouble.what());
     }
-}
+    Holding(const Holding&) = delete;
+    Holding& operator=(const Holding&) = delete;
+
+    void trace(const std::string& text) {
+        m_traced = true;
+        m_daemon.openTrace(kTraceId, text, Language::Cpp);
+    }
+    // Both went with the bus.
+    void lose() { m_lost = true; }
+
+private:
+    void close() {
+        if (m_lost) {
+            return;
+        }
+        if (m_traced) {
+            m_daemon.closeTrace(kTraceId);
+        }
+        m_daemon.close();
+    }
+
+    Daemon& m_daemon;
+    bool m_traced = false;
+    bool m_lost = false;
+};
 
 }  // namespace
 
@@ -124,8 +152,9 @@ int run(const std::vector<std::string>& command, const std::string& trace, std::
                       "the service could not be started, so the command was not run",
                       "systemctl status zel_deamon.service");
     }
+    Holding holding(daemon);
     if (!trace.empty()) {
-        daemon.openTrace(kTraceId, trace, Language::Cpp);
+        holding.trace(trace);
     }
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);
@@ -142,16 +171,12 @@ int run(const std::vector<std::string>& command, const std::string& trace, std::
     });
     loop.onSignals({SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGTSTP, SIGCONT},
                    [&](const signalfd_siginfo& info) { running->pass(info); });
-    bool lost = false;
-    loop.onBusLost([&lost] {
-        lost = true;
+    loop.onBusLost([&holding] {
+        holding.lose();
         std::fputs("zelctl: the bus has gone, and the session with it; the command runs on\n", stderr);
     });
     running.emplace(command, mask);
     loop.run();
-    if (!lost) {
-        finish(daemon, !trace.empty());
-    }
     return *status;
 }
 

@@ -127,15 +127,7 @@ Finding checkCall(Subject& subject) {
 Finding checkReport(Subject& subject) {
     return called([&subject] {
         Daemon daemon(subject.bus, subject.limit);
-        const std::string document = daemon.report();
-        try {
-            const Report report = parseReport(document);
-            return right(std::to_string(document.size()) + " bytes, traces of " +
-                         counted(report.records.size(), "session"));
-        } catch (const std::exception& problem) {
-            return wrong(std::string("the report makes no sense: ") + problem.what(), "zelctl report --json",
-                         kBadAnswer);
-        }
+        return right("traces of " + counted(daemon.readReport().records.size(), "session"));
     });
 }
 

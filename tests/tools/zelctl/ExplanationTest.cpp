@@ -104,6 +104,19 @@ TEST(ExplanationTest, ASilentDaemonsBeliefIsUnknown) {
                 HasSubstr("what the daemon takes the service for is unknown: it did not answer in time\n"));
 }
 
+TEST(ExplanationTest, AMarkerThatWasPlantedTellsNothing) {
+    Situation situation = ordinarySet();
+    EXPECT_THAT(explained(situation), HasSubstr("the last trigger reached the service"));
+
+    situation.markers[kRunning].problem = "a symbolic link";
+
+    EXPECT_THAT(
+        explained(situation),
+        HasSubstr(
+            "the marker of a running service tells nothing: it is a symbolic link\n    (/tmp/running)\n"));
+    EXPECT_THAT(explained(situation), Not(HasSubstr("the last trigger reached the service")));
+}
+
 TEST(ExplanationTest, SessionsThatAreLeftKeepTheService) {
     Situation situation = ordinarySet();
     situation.sessions[":1.9"] = Holder{"other", "43"};

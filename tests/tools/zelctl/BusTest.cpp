@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+// zelctl against a daemon that answers what no daemon should, and a bus that goes.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sdbus-c++/sdbus-c++.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/Files.h"
+#include "support/PrivateBus.h"
+#include "support/Wait.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes ints(const std::vector<std::int32_t>& values) {
+    Bytes bytes(values.size() * sizeof(std::int32_t));
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    return bytes;
+}
+
+Bytes report(std::int32_t length, const std::string& text) {
+    Bytes bytes = ints({0, length});
+    bytes.insert(bytes.end(), text.begin(), text.end());
+    return bytes;
+}
+
+// Has the daemon's name and answers each method with the bytes that a test gives for it.
+class FakeDaemon {
+public:
+    FakeDaemon() : m_connection(sdbus::createSystemBusConnection()) {
+        m_object = sdbus::createObject(*m_connection, "/com/brenlow/ZELLite/SignalObject");
+        m_object->registerMethod("Call")
+            .onInterface("com.brenlow.ZELLite.SignalIFace")
+            .implementedAs(
+                [this](const std::string& /*interface*/, std::int32_t method, const Bytes& /*request*/) {
+                    const std::lock_guard<std::mutex> lock(m_mutex);
+                    return m_replies[method];
+                });
+        m_object->finishRegistration();
+        m_connection->requestName("com.brenlow.ZELLite");
+        m_thread = std::thread([this] { serve(); });
+    }
+    ~FakeDaemon() {
+        m_connection->leaveEventLoop();
+        m_thread.join();
+    }
+    FakeDaemon(const FakeDaemon&) = delete;
+    FakeDaemon& operator=(const FakeDaemon&) = delete;
+
+    void answer(std::int32_t method, const Bytes& reply) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_replies[method] = reply;
+    }
+
+private:
+    // Until it is told to end, or the bus goes.
+    void serve() {
+        try {
+            m_connection->enterEventLoop();
+        } catch (const sdbus::Error&) {
+            return;
+        }
+    }
+
+    std::mutex m_mutex;
+    std::map<std::int32_t, Bytes> m_replies;
+    std::unique_ptr<sdbus::IConnection> m_connection;
+    std::unique_ptr<sdbus::IObject> m_object;
+    std::thread m_thread;
+};
+
+// A zelctl that was started, killed when nobody waited for its end.
+class Program {
+public:
+    explicit Program(std::vector<std::string> arguments) {
+        std::vector<char*> argv{const_cast<char*>("zelctl")};
+        for (std::string& argument : arguments) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions{};
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, kOutput, O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, kErrors, O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
+        EXPECT_EQ(posix_spawn(&m_pid, ZELCTL, &actions, nullptr, argv.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    ~Program() {
+        if (m_pid > 0) {
+            kill(m_pid, SIGKILL);
+            wait();
+        }
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    int wait() {
+        int status = 0;
+        waitpid(m_pid, &status, 0);
+        m_pid = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    static std::string output() { return readFile(kOutput); }
+    static std::string errors() { return readFile(kErrors); }
+
+private:
+    static constexpr const char* kOutput = "/tmp/zelctl.out";
+    static constexpr const char* kErrors = "/tmp/zelctl.err";
+
+    pid_t m_pid = -1;
+};
+
+class ZelctlBusTest : public ::testing::Test {
+protected:
+    // Each test has a bus of its own.
+    ~ZelctlBusTest() override {
+        m_bus.stop();
+        m_bus.start();
+    }
+
+    static int run(const std::vector<std::string>& arguments) { return Program(arguments).wait(); }
+
+    static PrivateBus m_bus;
+    FakeDaemon m_daemon;
+};
+
+PrivateBus ZelctlBusTest::m_bus;
+
+TEST_F(ZelctlBusTest, AReportThatIsNotAsLongAsItSaysIsRefused) {
+    for (const Bytes& reply : {Bytes{}, ints({0}), ints({1, 0}), report(-1, "{}"), report(3, "{}"),
+                               report(1, "{}"), report(INT32_MAX, "{}")}) {
+        m_daemon.answer(2, reply);
+
+        EXPECT_EQ(run({"report", "--json"}), 70);
+        EXPECT_THAT(Program::output(), IsEmpty());
+        EXPECT_THAT(Program::errors(),
+                    HasSubstr("its report is not as long as it says; try: zelctl self-test"));
+    }
+}
+
+TEST_F(ZelctlBusTest, AReportThatIsNoReportIsPassedOnButNotRead) {
+    m_daemon.answer(2, report(9, "no report"));
+
+    EXPECT_EQ(run({"report", "--json"}), 0);
+    EXPECT_EQ(Program::output(), "no report");
+    EXPECT_EQ(run({"report"}), 70);
+    EXPECT_THAT(Program::errors(), HasSubstr("the daemon's report: "));
+    EXPECT_EQ(run({"report", "--html", "/tmp/page.html"}), 70);
+    EXPECT_FALSE(exists("/tmp/page.html"));
+}
+
+TEST_F(ZelctlBusTest, AnAnswerThatIsTooShortIsRefused) {
+    m_daemon.answer(5, ints({0}));
+    m_daemon.answer(0, {1, 2});
+
+    EXPECT_EQ(run({"status"}), 70);
+    EXPECT_THAT(Program::errors(), HasSubstr("it does not say whether the service is terminated"));
+    EXPECT_EQ(run({"run", "--", "touch", "/tmp/ran"}), 70);
+    EXPECT_THAT(Program::errors(), HasSubstr("its answer is shorter than it must be"));
+    EXPECT_FALSE(exists("/tmp/ran"));
+}
+
+TEST_F(ZelctlBusTest, WhenTheBusGoesTheCommandRunsOn) {
+    m_daemon.answer(0, ints({0}));
+    Program program(
+        {"run", "--", "sh", "-c", "echo up; while [ ! -e /tmp/enough ]; do sleep 0.01; done; exit 7"});
+    ASSERT_TRUE(becomesTrue([] { return Program::output() == "up\n"; }));
+
+    m_bus.stop();
+
+    EXPECT_TRUE(becomesTrue([] {
+        return Program::errors() ==
+               "zelctl: the bus has gone, and the session with it; the command runs on\n";
+    })) << Program::errors();
+    writeFile("/tmp/enough", "");
+    EXPECT_EQ(program.wait(), 7);
+    EXPECT_EQ(Program::errors(), "zelctl: the bus has gone, and the session with it; the command runs on\n");
+}
+
+TEST_F(ZelctlBusTest, WhenTheBusGoesNothingIsHeldAnyMore) {
+    m_daemon.answer(0, ints({0}));
+    Program program({"open"});
+    ASSERT_TRUE(becomesTrue([] { return !Program::output().empty(); }));
+
+    m_bus.stop();
+
+    EXPECT_EQ(program.wait(), 68);
+    EXPECT_THAT(Program::errors(), HasSubstr("the system bus: it has gone, and the session with it; try: "));
+}
+
+}  // namespace
