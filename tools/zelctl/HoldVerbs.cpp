@@ -160,7 +160,7 @@ Status closeTrace(std::int64_t id) {
             kFailed, where, "no zelctl of this user holds one of that id",
             "the id that 'zelctl trace open' has printed; only who has opened a trace can close it");
     }
-    const timeval limit{kQuestionLimit.count() * 2, 0};
+    const timeval limit{static_cast<time_t>(kQuestionLimit.count() * 2), 0};
     setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     char byte = 0;
     if (recv(socket.get(), &byte, 1, 0) != 1) {

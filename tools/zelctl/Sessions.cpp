@@ -32,7 +32,8 @@ public:
 
     std::string text() {
         const int length = number();
-        if (length < 0 || static_cast<unsigned int>(length) > m_buffer.GetContentSize() - m_offset) {
+        // A negative one is larger than any content.
+        if (static_cast<unsigned int>(length) > m_buffer.GetContentSize() - m_offset) {
             throw std::runtime_error("the length " + std::to_string(length) + " at byte " +
                                      std::to_string(m_offset - sizeof length) + " is more than there is");
         }

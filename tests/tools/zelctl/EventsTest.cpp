@@ -94,6 +94,8 @@ TEST(EventsTest, OtherLinesMeanNothing) {
     EXPECT_FALSE(parseEvent("ZelDaemonStateManager.cpp: TCZelDaemonStateManager(1) > First boot up!"));
     EXPECT_FALSE(
         parseEvent("SessionControl.cpp: m_tryTerminateWithDelay(1) > Will try to terminate ZEL after 10"));
+    EXPECT_FALSE(parseEvent(
+        "SessionControl.cpp: m_tryTerminateWithDelay(1) > Will try to terminate ZEL after 10 or more"));
 }
 
 TEST(EventsTest, AProgramsNameMayLookLikeTheRestOfTheLine) {

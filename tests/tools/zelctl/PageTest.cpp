@@ -96,6 +96,8 @@ TEST(PageTest, ASessionIsDrawnWithItsTracesOrAlone) {
 
     const std::string html = renderPage(page);
 
+    // The heading, the session with traces, the one without.
+    EXPECT_EQ(count(html, "<div class=\"lane\">"), 3U);
     EXPECT_THAT(html, HasSubstr("<b>player</b><span>:1.7, process 42, C/C++</span>"));
     EXPECT_THAT(html, HasSubstr("<div class=\"session\" style=\"left:4.76%;width:95.24%\">"));
     EXPECT_THAT(html, HasSubstr("<b>window</b><span>##_WM_USE_HINTS_WIN__winID_5</span>"));
