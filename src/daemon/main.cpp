@@ -73,10 +73,10 @@ int main() {
     sessionControl.CheckPIDs();
 
     KeyListener::Initialize(sessionControl);
-    const TCExtSourcesManager extSourcesManager(stateManager);
-    const TCTimeManager timeManager(stateManager);
-    const TCPowerManager powerManager(stateManager);
-    const TCVconfListener vconfListener(stateManager);
+    TCExtSourcesManager extSourcesManager(stateManager);
+    TCTimeManager timeManager(stateManager);
+    TCPowerManager powerManager(stateManager);
+    TCVconfListener vconfListener(stateManager);
 
     stateManager.Notify(TRIGGER_TYPE_START_ZEL_MAIN, TSNotifyData());
 
