@@ -53,6 +53,13 @@ std::optional<std::int64_t> numberAfter(std::string_view word, std::string_view 
     return number;
 }
 
+// What time() gives may be behind this for some milliseconds, and so by a second.
+std::int64_t systemTime() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec;
+}
+
 // The time that is to be shown.
 std::optional<std::int64_t> shown() {
     const std::string text = wish().value_or("offset 0");
@@ -60,7 +67,7 @@ std::optional<std::int64_t> shown() {
         return std::nullopt;
     }
     if (const auto offset = numberAfter("offset ", text)) {
-        return std::time(nullptr) + *offset;
+        return systemTime() + *offset;
     }
     if (const auto time = numberAfter("time ", text)) {
         return *time;
