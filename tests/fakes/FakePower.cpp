@@ -21,6 +21,10 @@ namespace {
 
 using Callback = int (*)(int, void*);
 
+const char* withData(const void* userData) {
+    return userData == nullptr ? "" : " with data";
+}
+
 // One kind of power event with its only subscriber.
 struct Subscription {
     const char* name;
@@ -28,7 +32,7 @@ struct Subscription {
     void* userData;
 
     int subscribe(Callback wanted, void* data) {
-        Actions::add(std::string("subscribe ") + name);
+        Actions::add(std::string("subscribe ") + name + withData(data));
         if (FakePower::subscribeResult == 0) {
             callback = wanted;
             userData = data;
@@ -126,7 +130,7 @@ int tvtimer_schedule_timer_at_date_async(int type, struct tm date, int weekdays,
     std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &date);
     Actions::add("schedule " + std::to_string(type) + " " + text.data() +
                  " dst=" + std::to_string(date.tm_isdst) + " " + std::to_string(weekdays) + " " +
-                 std::to_string(flags));
+                 std::to_string(flags) + fakes::withData(userData));
     fakes::completion = callback;
     fakes::completionData = userData;
     return FakePower::scheduleResult;

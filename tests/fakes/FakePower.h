@@ -12,7 +12,8 @@ namespace fakes {
 
 /**
  * Actions: "subscribe standby", "unsubscribe standby", "subscribe early_wakeup", "unsubscribe early_wakeup";
- * "schedule TYPE YYYY-MM-DD HH:MM:SS dst=FLAG WEEKDAYS FLAGS", "cancel ID", "free".
+ * "schedule TYPE YYYY-MM-DD HH:MM:SS dst=FLAG WEEKDAYS FLAGS", "cancel ID", "free". What is
+ * subscribed or scheduled with user data has " with data" behind it.
  */
 struct FakePower {
     /** What every subscription gives. */

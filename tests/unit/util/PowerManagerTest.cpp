@@ -91,7 +91,7 @@ TEST_F(PowerManagerTest, ConstructionRegistersAndSubscribesToNothing) {
 
 TEST_F(PowerManagerTest, TerminationIsFollowedByEarlyWakeUpsAndSuccessByStandby) {
     m_power->OnTerminate();
-    EXPECT_THAT(Actions::take(), ElementsAre("subscribe early_wakeup"));
+    EXPECT_THAT(Actions::take(), ElementsAre("subscribe early_wakeup with data"));
 
     m_power->OnTerminateSuccess(agreed(true));
     EXPECT_THAT(Actions::take(), ElementsAre("subscribe standby"));
@@ -128,7 +128,7 @@ TEST_F(PowerManagerTest, TerminationTwiceInARowSubscribesOnce) {
     m_power->OnTerminate();
     m_power->OnTerminate();
 
-    EXPECT_THAT(Actions::take(), ElementsAre("subscribe early_wakeup"));
+    EXPECT_THAT(Actions::take(), ElementsAre("subscribe early_wakeup with data"));
     EXPECT_THAT(FakeDlog::messages(kDebug), ElementsAre("flag: [true]", "flag: [true]"));
 }
 
@@ -142,7 +142,9 @@ TEST_F(PowerManagerTest, EachSubscriptionIsTakenAndDroppedOncePerChangeInEveryOr
             std::vector<std::string> expected;
             const auto want = [&](bool& is, bool wanted, const char* name) {
                 if (is != wanted) {
-                    expected.push_back((wanted ? "subscribe " : "unsubscribe ") + std::string(name));
+                    const bool withData = wanted && &is == &isWakeUp;
+                    expected.push_back((wanted ? "subscribe " : "unsubscribe ") + std::string(name) +
+                                       (withData ? " with data" : ""));
                     is = wanted;
                 }
             };

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <limits>
 #include <map>
 #include <optional>
 
@@ -465,7 +466,7 @@ TEST_F(TimeManagerTest, TheHardwareClockIsOpenedToBeReadAndNotHandedOn) {
     EXPECT_EQ(Rtc::openFlags, O_RDONLY | O_CLOEXEC);
 }
 
-// Day by day, because the C library's times end in 2038 where time_t has 32 bits.
+// Day by day, and as the C library has it, whose times end in 2038 where time_t has 32 bits.
 TEST_F(TimeManagerTest, EveryDayFrom1970To2099IsConvertedAsTheCalendarHasIt) {
     constexpr std::int64_t kDayS = 86400;
     constexpr std::int64_t k2100 = 4102444800;
@@ -481,6 +482,16 @@ TEST_F(TimeManagerTest, EveryDayFrom1970To2099IsConvertedAsTheCalendarHasIt) {
         date.tm_sec = static_cast<int>(second % 60);
 
         ASSERT_EQ(converted(), std::to_string(day + second));
+        if (day + second <= std::numeric_limits<std::time_t>::max()) {
+            std::tm calendar{};
+            calendar.tm_year = date.tm_year;
+            calendar.tm_mon = date.tm_mon;
+            calendar.tm_mday = date.tm_mday;
+            calendar.tm_hour = date.tm_hour;
+            calendar.tm_min = date.tm_min;
+            calendar.tm_sec = date.tm_sec;
+            ASSERT_EQ(timegm(&calendar), static_cast<std::time_t>(day + second));
+        }
 
         toNextDay(date);
     }
