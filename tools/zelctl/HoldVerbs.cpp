@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 #include "Files.h"
 #include "Loop.h"
@@ -23,14 +24,13 @@ namespace {
 
 constexpr std::initializer_list<int> kEnding{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
-// Waits until a signal says that it is enough.
-void holdUntilSignal(Loop& loop, const char* what) {
+// From now on a signal says that it is enough; before that nothing may be held that has to be closed.
+void endWithSignal(Loop& loop, const char* what) {
     loop.onSignals(kEnding, [&loop](const signalfd_siginfo& /*info*/) { loop.stop(); });
     loop.onBusLost([what] {
         throw Trouble(kNoBus, "the system bus", std::string("it has gone, and the ") + what + " with it",
                       "systemctl status dbus.service");
     });
-    loop.run();
 }
 
 class Socket {
@@ -75,15 +75,35 @@ bool isOwn(int socket) {
     return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
 }
 
-// The report alone says whether a trace was kept.
-bool isKept(Daemon& daemon, const std::string& text) {
+// The report alone says whether a trace was kept. This process has no other, and its text may have changed:
+// what is no UTF-8 comes back as something else.
+bool isKept(Daemon& daemon) {
     const std::string pid = std::to_string(getpid());
     const Report report = daemon.readReport();
     return std::any_of(report.records.begin(), report.records.end(), [&](const Record& record) {
-        return record.pid == pid &&
-               std::any_of(record.traces.begin(), record.traces.end(),
-                           [&text](const Trace& trace) { return !trace.closed && trace.text == text; });
+        return record.pid == pid && std::any_of(record.traces.begin(), record.traces.end(),
+                                                [](const Trace& trace) { return !trace.closed; });
     });
+}
+
+// A trace that was opened outlives its process, so it is closed whatever came of asking for it.
+void makeSureOfTrace(Daemon& daemon, std::int64_t id) {
+    try {
+        if (!isKept(daemon)) {
+            throw Trouble(
+                kFailed, "trace " + std::to_string(id), "the daemon did not keep it",
+                "without the switch /etc/zel-lite/zel_lite_disable_tracing, which it reads when it starts");
+        }
+    } catch (const std::exception&) {
+        const std::exception_ptr trouble = std::current_exception();
+        try {
+            daemon.closeTrace(id);
+        } catch (const std::exception&) {
+            // What went wrong first is what is told.
+            std::rethrow_exception(trouble);
+        }
+        throw;
+    }
 }
 
 void listenAt(const Socket& socket, std::int64_t id) {
@@ -92,8 +112,7 @@ void listenAt(const Socket& socket, std::int64_t id) {
         return;
     }
     throw Trouble(kFailed, "trace " + std::to_string(id),
-                  errno == EADDRINUSE ? "a zelctl of this user holds one of that id" : std::strerror(errno),
-                  "another --id");
+                  errno == EADDRINUSE ? "that id is taken" : std::strerror(errno), "another --id");
 }
 
 }  // namespace
@@ -110,10 +129,11 @@ Status open(bool keep, std::chrono::seconds limit) {
         }
         std::fputs("zelctl: the service could not be started; the session is held all the same\n", stderr);
     }
+    Loop loop(bus);
+    endWithSignal(loop, "session");
     print("session " + printable(bus.uniqueName()) + " is open until this process (" +
           std::to_string(getpid()) + ") ends\n");
-    Loop loop(bus);
-    holdUntilSignal(loop, "session");
+    loop.run();
     daemon.close();
     return kDone;
 }
@@ -123,15 +143,8 @@ Status openTrace(std::int64_t id, const std::string& text, Language language, st
     listenAt(listener, id);
     const Bus bus;
     Daemon daemon(bus, limit);
-    daemon.openTrace(id, text, language);
-    if (!isKept(daemon, text)) {
-        throw Trouble(
-            kFailed, "trace " + std::to_string(id), "the daemon did not keep it",
-            "without the switch /etc/zel-lite/zel_lite_disable_tracing, which it reads when it starts");
-    }
-    print("trace " + std::to_string(id) + " of " + printable(bus.uniqueName()) +
-          " is open until this process (" + std::to_string(getpid()) + ") ends\n");
     Loop loop(bus);
+    endWithSignal(loop, "connection that the trace belongs to");
     int closer = -1;
     loop.onReadable(listener.get(), [&] {
         const int caller = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
@@ -142,7 +155,11 @@ Status openTrace(std::int64_t id, const std::string& text, Language language, st
             ::close(caller);
         }
     });
-    holdUntilSignal(loop, "connection that the trace belongs to");
+    daemon.openTrace(id, text, language);
+    makeSureOfTrace(daemon, id);
+    print("trace " + std::to_string(id) + " of " + printable(bus.uniqueName()) +
+          " is open until this process (" + std::to_string(getpid()) + ") ends\n");
+    loop.run();
     const Socket answered(closer);
     daemon.closeTrace(id);
     if (closer >= 0) {
@@ -155,13 +172,15 @@ Status closeTrace(std::int64_t id) {
     const std::string where = "trace " + std::to_string(id);
     const Socket socket = makeSocket();
     const Address address(id);
+    // Anybody may have taken the name, and may leave whoever calls waiting.
+    const timeval limit{static_cast<time_t>(kQuestionLimit.count() * 2), 0};
+    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     if (connect(socket.get(), address.get(), address.size) != 0 || !isOwn(socket.get())) {
         throw Trouble(
             kFailed, where, "no zelctl of this user holds one of that id",
             "the id that 'zelctl trace open' has printed; only who has opened a trace can close it");
     }
-    const timeval limit{static_cast<time_t>(kQuestionLimit.count() * 2), 0};
-    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     char byte = 0;
     if (recv(socket.get(), &byte, 1, 0) != 1) {
         throw Trouble(kNoAnswer, where, "its holder did not say that it is closed", "zelctl report");

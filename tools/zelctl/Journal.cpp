@@ -46,12 +46,18 @@ void Journal::limitTo(unsigned int pid) {
     }
 }
 
-void Journal::skipToEnd() {
-    if (m_journal && sd_journal_seek_tail(m_journal.get()) >= 0) {
-        // The end is no line: the last one is where to begin after.
-        sd_journal_previous(m_journal.get());
-    }
+bool Journal::skipToEnd() {
     m_placed = true;
+    if (!m_journal || sd_journal_seek_tail(m_journal.get()) < 0) {
+        return false;
+    }
+    // The end is no line: the last one is where to begin after. Where there is none, everything is yet to
+    // come.
+    if (sd_journal_previous(m_journal.get()) > 0) {
+        return true;
+    }
+    sd_journal_seek_head(m_journal.get());
+    return false;
 }
 
 std::optional<TimedEvent> Journal::next() {

@@ -32,8 +32,9 @@ public:
 
     /** Only the lines of one process count. To be called before anything is read. */
     void limitTo(unsigned int pid);
-    /** Begins at the end: only what comes from now on is read. */
-    void skipToEnd();
+    /** Begins at the end: only what comes from now on is read. @return whether there is any line of the
+     * daemon to read */
+    bool skipToEnd();
     /** The next line that means something; none when there is no more for now. */
     std::optional<TimedEvent> next();
     /** Whether the journal was opened. */

@@ -79,9 +79,16 @@ Loop::~Loop() {
 
 void Loop::onSignals(std::initializer_list<int> signals, std::function<void(const signalfd_siginfo&)> call) {
     m_handlers->signals.push_back(m_handlers->guarded(std::move(call)));
+    // They stay blocked when the loop has gone: what comes while things are put in order must not end it
+    // half-way.
+    sigset_t blocked;
+    sigemptyset(&blocked);
     for (const int signal : signals) {
-        check(sd_event_add_signal(m_event, nullptr, signal | SD_EVENT_SIGNAL_PROCMASK, onSignal,
-                                  &m_handlers->signals.back()),
+        sigaddset(&blocked, signal);
+    }
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+    for (const int signal : signals) {
+        check(sd_event_add_signal(m_event, nullptr, signal, onSignal, &m_handlers->signals.back()),
               "waiting for signals");
     }
 }

@@ -27,7 +27,7 @@ public:
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
-    /** Blocks signals and calls for each that comes. */
+    /** Blocks signals, for good, and calls for each that comes while the loop runs. */
     void onSignals(std::initializer_list<int> signals, std::function<void(const signalfd_siginfo&)> call);
     /** Calls when the bus has gone. */
     void onBusLost(std::function<void()> call);

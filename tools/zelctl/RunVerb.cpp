@@ -152,15 +152,12 @@ int run(const std::vector<std::string>& command, const std::string& trace, std::
                       "the service could not be started, so the command was not run",
                       "systemctl status zel_deamon.service");
     }
-    Holding holding(daemon);
-    if (!trace.empty()) {
-        holding.trace(trace);
-    }
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);
     // Whoever started this process may have had its own children collected by the kernel.
     signal(SIGCHLD, SIG_DFL);
     Loop loop(bus);
+    Holding holding(daemon);
     std::optional<Command> running;
     std::optional<int> status;
     loop.onSignals({SIGCHLD}, [&](const signalfd_siginfo& /*info*/) {
@@ -175,6 +172,9 @@ int run(const std::vector<std::string>& command, const std::string& trace, std::
         holding.lose();
         std::fputs("zelctl: the bus has gone, and the session with it; the command runs on\n", stderr);
     });
+    if (!trace.empty()) {
+        holding.trace(trace);
+    }
     running.emplace(command, mask);
     loop.run();
     return *status;

@@ -65,12 +65,14 @@ public:
     }
 
     void followLog(Loop& loop) {
-        m_journal.skipToEnd();
+        if (!m_journal.skipToEnd()) {
+            std::fputs(
+                "zelctl: no line of the daemon can be read in the journal: triggers and attempts may not be "
+                "shown; try: as root\n",
+                stderr);
+        }
         const int fd = m_journal.isOpen() ? sd_journal_get_fd(m_journal.get()) : -1;
         if (fd < 0) {
-            std::fputs(
-                "zelctl: the journal can't be read: triggers and attempts are not shown; try: as root\n",
-                stderr);
             return;
         }
         loop.onReadable(fd, [this] {

@@ -5,12 +5,17 @@
 #include <gtest/gtest.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -24,6 +29,7 @@
 
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -51,6 +57,10 @@ public:
             .implementedAs(
                 [this](const std::string& /*interface*/, std::int32_t method, const Bytes& /*request*/) {
                     const std::lock_guard<std::mutex> lock(m_mutex);
+                    m_called.push_back(method);
+                    if (method == m_hookedMethod) {
+                        m_hook();
+                    }
                     return m_replies[method];
                 });
         m_object->finishRegistration();
@@ -69,6 +79,19 @@ public:
         m_replies[method] = reply;
     }
 
+    // The methods that were called, in order.
+    std::vector<std::int32_t> called() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_called;
+    }
+
+    // Runs before a method is answered.
+    void before(std::int32_t method, std::function<void()> hook) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_hookedMethod = method;
+        m_hook = std::move(hook);
+    }
+
 private:
     // Until it is told to end, or the bus goes.
     void serve() {
@@ -81,6 +104,9 @@ private:
 
     std::mutex m_mutex;
     std::map<std::int32_t, Bytes> m_replies;
+    std::vector<std::int32_t> m_called;
+    std::int32_t m_hookedMethod = -1;
+    std::function<void()> m_hook;
     std::unique_ptr<sdbus::IConnection> m_connection;
     std::unique_ptr<sdbus::IObject> m_object;
     std::thread m_thread;
@@ -119,6 +145,7 @@ public:
         m_pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
+    pid_t pid() const { return m_pid; }
     static std::string output() { return readFile(kOutput); }
     static std::string errors() { return readFile(kErrors); }
 
@@ -177,6 +204,55 @@ TEST_F(ZelctlBusTest, AnAnswerThatIsTooShortIsRefused) {
     EXPECT_EQ(run({"run", "--", "touch", "/tmp/ran"}), 70);
     EXPECT_THAT(Program::errors(), HasSubstr("its answer is shorter than it must be"));
     EXPECT_FALSE(exists("/tmp/ran"));
+}
+
+TEST_F(ZelctlBusTest, ASignalWhileTheSessionIsClosedDoesNotEndItHalfWay) {
+    for (const std::int32_t method : {0, 1, 3, 4}) {
+        m_daemon.answer(method, ints({0}));
+    }
+    Program program({"run", "--trace", "why", "--", "sh", "-c",
+                     "while [ ! -e /tmp/enough ]; do sleep 0.01; done; exit 7"});
+    m_daemon.before(1, [&program] { kill(program.pid(), SIGTERM); });
+    writeFile("/tmp/enough", "");
+
+    EXPECT_EQ(program.wait(), 7);
+
+    EXPECT_THAT(m_daemon.called(), ElementsAre(0, 3, 4, 1));
+    unlink("/tmp/enough");
+}
+
+// It would outlive the process.
+TEST_F(ZelctlBusTest, ATraceOfWhichTheDaemonDoesNotTellIsClosedAgain) {
+    m_daemon.answer(3, ints({0}));
+    m_daemon.answer(4, ints({0}));
+    m_daemon.answer(2, report(9, "no report"));
+    EXPECT_EQ(run({"trace", "open", "why"}), 70);
+    EXPECT_THAT(m_daemon.called(), ElementsAre(3, 2, 4));
+
+    m_daemon.answer(2, report(2, "{}"));
+    EXPECT_NE(run({"trace", "open", "why"}), 0);
+    EXPECT_THAT(m_daemon.called(), ElementsAre(3, 2, 4, 3, 2, 4));
+}
+
+TEST_F(ZelctlBusTest, WhoLeavesCallersOfATraceWaitingIsNotWaitedFor) {
+    const int taken = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    const std::string text = "zelctl/" + std::to_string(geteuid()) + "/trace/9";
+    std::copy(text.begin(), text.end(), &name.sun_path[1]);
+    const auto* address = reinterpret_cast<const sockaddr*>(&name);
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + text.size());
+    ASSERT_EQ(bind(taken, address, size), 0);
+    ASSERT_EQ(listen(taken, 0), 0);
+    const int waiting = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(connect(waiting, address, size), 0);
+
+    EXPECT_EQ(run({"trace", "close", "9"}), 1);
+    EXPECT_EQ(run({"trace", "open", "--id", "9", "why"}), 1);
+    EXPECT_THAT(Program::errors(), HasSubstr("trace 9: that id is taken; try: another --id"));
+
+    close(waiting);
+    close(taken);
 }
 
 TEST_F(ZelctlBusTest, WhenTheBusGoesTheCommandRunsOn) {
