@@ -212,7 +212,7 @@ TEST_F(ZelctlBusTest, ASignalWhileTheSessionIsClosedDoesNotEndItHalfWay) {
     }
     Program program({"run", "--trace", "why", "--", "sh", "-c",
                      "while [ ! -e /tmp/enough ]; do sleep 0.01; done; exit 7"});
-    m_daemon.before(1, [&program] { kill(program.pid(), SIGTERM); });
+    m_daemon.before(1, [pid = program.pid()] { kill(pid, SIGTERM); });
     writeFile("/tmp/enough", "");
 
     EXPECT_EQ(program.wait(), 7);
