@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -238,7 +239,9 @@ TEST_F(ZelctlBusTest, WhoLeavesCallersOfATraceWaitingIsNotWaitedFor) {
     const int taken = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
-    const std::string text = "zelctl/" + std::to_string(geteuid()) + "/trace/9";
+    // The name is the whole machine's, where other builds of this test may run at the same time.
+    const std::string id = std::to_string(std::random_device{}());
+    const std::string text = "zelctl/" + std::to_string(geteuid()) + "/trace/" + id;
     std::copy(text.begin(), text.end(), &name.sun_path[1]);
     const auto* address = reinterpret_cast<const sockaddr*>(&name);
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + text.size());
@@ -247,9 +250,9 @@ TEST_F(ZelctlBusTest, WhoLeavesCallersOfATraceWaitingIsNotWaitedFor) {
     const int waiting = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     ASSERT_EQ(connect(waiting, address, size), 0);
 
-    EXPECT_EQ(run({"trace", "close", "9"}), 1);
-    EXPECT_EQ(run({"trace", "open", "--id", "9", "why"}), 1);
-    EXPECT_THAT(Program::errors(), HasSubstr("trace 9: that id is taken; try: another --id"));
+    EXPECT_EQ(run({"trace", "close", id}), 1);
+    EXPECT_EQ(run({"trace", "open", "--id", id, "why"}), 1);
+    EXPECT_THAT(Program::errors(), HasSubstr("trace " + id + ": that id is taken; try: another --id"));
 
     close(waiting);
     close(taken);
