@@ -47,7 +47,7 @@ class PowerManagerTest : public testing::Test {
 protected:
     PowerManagerTest() {
         // Whoever used local time would be found out.
-        setenv("TZ", "XXX-13:45", 1);
+        setenv("TZ", "FAR-13:45", 1);
         FakeVconf::reset();
         FakeStateManager::reset();
         FakePower::reset();

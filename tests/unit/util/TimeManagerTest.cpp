@@ -162,7 +162,7 @@ class TimeManagerTest : public testing::Test {
 protected:
     TimeManagerTest() {
         // Whoever used local time would be found out.
-        setenv("TZ", "XXX-13:45", 1);
+        setenv("TZ", "FAR-13:45", 1);
         FakeVconf::reset();
         FakeStateManager::reset();
         FakeTime::reset();
