@@ -23,6 +23,12 @@ function __zelctl_is_trace
     __zelctl_has trace; and test (count (commandline -opc)) -eq 2
 end
 
+# Whether the ids behind --without go on: it takes several.
+function __zelctl_lists_sessions
+    set -l options (string match -- '-*' (commandline -opc))
+    test "$options[-1]" = --without
+end
+
 function __zelctl_runs
     set -l words (commandline -opc)
     test "$words[2]" = run; and contains -- -- $words
@@ -59,6 +65,7 @@ for verb in status report explain run open 'trace open' self-test
 end
 complete -c zelctl -n '__zelctl_has report' -l html -r -F -d 'A page'
 complete -c zelctl -n '__zelctl_has explain' -l without -x -a '(__zelctl_sessions)' -d 'Without these sessions'
+complete -c zelctl -n '__zelctl_has explain; and __zelctl_lists_sessions' -a '(__zelctl_sessions)'
 complete -c zelctl -n '__zelctl_has run' -l trace -x -d 'A trace that says why'
 complete -c zelctl -n '__zelctl_has open' -l keep -d 'Also without the service'
 complete -c zelctl -n '__zelctl_has trace open' -l id -x -d 'Number of the trace'
