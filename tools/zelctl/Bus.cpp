@@ -2,6 +2,7 @@
 #include "Bus.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -13,9 +14,31 @@ constexpr const char* kSystemd = "org.freedesktop.systemd1";
 constexpr const char* kUnitInterface = "org.freedesktop.systemd1.Unit";
 constexpr const char* kServiceInterface = "org.freedesktop.systemd1.Service";
 
+constexpr const char* kAdvice = "systemctl status dbus.service";
+
 std::string address() {
     const char* const variable = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
     return variable == nullptr ? "the system bus" : std::string("the system bus at ") + variable;
+}
+
+// Until the bus has said who this is. The library alone would wait for a minute and a half.
+// Returns 0 when the time is over.
+int waitUntilReady(sd_bus* bus, std::chrono::seconds limit) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + limit;
+    int result = sd_bus_is_ready(bus);
+    while (result == 0) {
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(end - Clock::now()).count();
+        if (left <= 0) {
+            return 0;
+        }
+        result = sd_bus_process(bus, nullptr);
+        if (result == 0) {
+            result = sd_bus_wait(bus, static_cast<std::uint64_t>(left));
+        }
+        result = result < 0 ? result : sd_bus_is_ready(bus);
+    }
+    return result;
 }
 
 // Properties of one unit. The first failure is remembered; what comes after it is left as it is.
@@ -50,6 +73,10 @@ private:
 
 }  // namespace
 
+std::uint64_t microseconds(std::chrono::seconds span) {
+    return static_cast<std::uint64_t>(std::chrono::microseconds(span).count());
+}
+
 std::string unitPath(const char* name) {
     char* path = nullptr;
     if (sd_bus_path_encode("/org/freedesktop/systemd1/unit", name, &path) < 0) {
@@ -59,16 +86,24 @@ std::string unitPath(const char* name) {
     return owned.get();
 }
 
-Bus::Bus() {
+Bus::Bus(std::chrono::seconds limit) : m_limit(limit) {
     sd_bus* bus = nullptr;
-    const int result = sd_bus_open_system_with_description(&bus, "zelctl");
+    int result = sd_bus_open_system_with_description(&bus, "zelctl");
     m_bus.reset(bus);
+    if (result >= 0) {
+        result = sd_bus_set_method_call_timeout(bus, microseconds(limit));
+    }
+    if (result >= 0) {
+        result = waitUntilReady(bus, limit);
+    }
     if (result == -EACCES || result == -EPERM) {
         throw Trouble(kNotPermitted, address(), std::strerror(-result), "as root");
     }
     if (result < 0) {
-        throw Trouble(kNoBus, address(), std::string("no connection: ") + std::strerror(-result),
-                      "systemctl status dbus.service");
+        throw Trouble(kNoBus, address(), std::string("no connection: ") + std::strerror(-result), kAdvice);
+    }
+    if (result == 0) {
+        throw Trouble(kNoBus, address(), "it accepts connections and says nothing", kAdvice);
     }
 }
 

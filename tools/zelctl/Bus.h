@@ -9,6 +9,7 @@
 #include <systemd/sd-bus.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -22,8 +23,12 @@ constexpr const char* kServiceName = "com.brenlow.ZELDaemon";
 constexpr const char* kDaemonUnit = "zel-lite.service";
 constexpr const char* kServiceUnit = "zel_deamon.service";
 
+/** How long a question may take. */
+constexpr std::chrono::seconds kQuestionLimit{5};
+
 struct BusClose {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+    // Every call is over when it returns: nothing is left to be sent to a bus that may not take it.
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
 struct MessageUnref {
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
@@ -49,10 +54,14 @@ private:
 /** A connection to the system bus, closed with the object. */
 class Bus {
 public:
-    /** @throw Trouble when there is no bus, or it does not admit this process */
-    Bus();
+    /**
+     * @param limit  how long a question may take, whoever is asked
+     * @throw Trouble when there is no bus, it does not admit this process, or it says nothing
+     */
+    explicit Bus(std::chrono::seconds limit = kQuestionLimit);
 
     sd_bus* get() const { return m_bus.get(); }
+    std::chrono::seconds limit() const { return m_limit; }
     /** This connection's name, which is also the id of its session. */
     std::string uniqueName() const;
     /** The process that owns a name; 0 when none does. */
@@ -66,7 +75,11 @@ public:
 
 private:
     std::unique_ptr<sd_bus, BusClose> m_bus;
+    std::chrono::seconds m_limit;
 };
+
+/** A span as sd-bus takes it. */
+std::uint64_t microseconds(std::chrono::seconds span);
 
 /** The object path of a unit at systemd. */
 std::string unitPath(const char* name);

@@ -76,12 +76,12 @@ bool Daemon::open(std::chrono::seconds limit) {
 
 bool Daemon::close() {
     TCMessageBuffer request;
-    return status(kClose, request, m_limit) == 0;
+    return status(kClose, request, m_bus.limit()) == 0;
 }
 
 std::string Daemon::report() {
     TCMessageBuffer request;
-    TCMessageBuffer reply = call(kReport, request, m_limit);
+    TCMessageBuffer reply = call(kReport, request, m_bus.limit());
     int result = -1;
     int size = -1;
     if (!reply.ReadInt(&result, 0) || result != 0 || !reply.ReadInt(&size, 4) || size < 0 ||
@@ -110,18 +110,18 @@ void Daemon::openTrace(std::int64_t id, const std::string& text, Language langua
     request.PushInt(static_cast<int>(copy.size()));
     request.WriteConcatenated(copy.size(), copy.data(), -1);
     request.PushInt(static_cast<int>(language));
-    status(kOpenTrace, request, m_limit);
+    status(kOpenTrace, request, m_bus.limit());
 }
 
 void Daemon::closeTrace(std::int64_t id) {
     TCMessageBuffer request;
     request.PushLongLong(id);
-    status(kCloseTrace, request, m_limit);
+    status(kCloseTrace, request, m_bus.limit());
 }
 
 bool Daemon::isTerminated() {
     TCMessageBuffer request;
-    TCMessageBuffer reply = call(kIsTerminated, request, m_limit);
+    TCMessageBuffer reply = call(kIsTerminated, request, m_bus.limit());
     int result = -1;
     int answer = -1;
     if (!reply.ReadInt(&result, 0) || result != 0 || !reply.ReadInt(&answer, 4)) {
@@ -156,8 +156,7 @@ TCMessageBuffer Daemon::call(std::int32_t method, TCMessageBuffer& request, std:
     BusError error;
     sd_bus_message* got = nullptr;
     if (result >= 0) {
-        const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(limit).count();
-        result = sd_bus_call(m_bus.get(), made, static_cast<std::uint64_t>(microseconds), error.get(), &got);
+        result = sd_bus_call(m_bus.get(), made, microseconds(limit), error.get(), &got);
     }
     const Message reply(got);
     if (result < 0) {

@@ -18,8 +18,7 @@
 
 namespace zelctl {
 
-/** How long a question may take, and how long an opening, which may have to start the service. */
-constexpr std::chrono::seconds kQuestionLimit{5};
+/** How long an opening may take, which may have to start the service. */
 constexpr std::chrono::seconds kOpenLimit{120};
 
 /** The programming language of a trace. */
@@ -29,12 +28,8 @@ enum class Language : std::int32_t { Cpp = 1, CSharp = 2 };
  */
 class Daemon {
 public:
-    /**
-     * @param bus    must outlive the object
-     * @param limit  how long a question may take
-     */
-    explicit Daemon(const Bus& bus, std::chrono::seconds limit = kQuestionLimit)
-        : m_bus(bus), m_limit(limit) {}
+    /** @param bus  must outlive the object; its limit is that of every question */
+    explicit Daemon(const Bus& bus) : m_bus(bus) {}
 
     /** Opens the session of this connection. @return whether the service is there now; the session is open in
      * either case */
@@ -56,7 +51,6 @@ private:
     int status(std::int32_t method, TCMessageBuffer& request, std::chrono::seconds limit);
 
     const Bus& m_bus;
-    std::chrono::seconds m_limit;
 };
 
 }  // namespace zelctl

@@ -39,9 +39,9 @@ void lookAtJournal(const Bus& bus, Situation& situation) {
         [&bus](const std::string& id) { return id.compare(0, 1, ":") == 0 && !bus.has(id); });
 }
 
-void askDaemon(const Bus& bus, std::chrono::seconds limit, Gathered& gathered) {
+void askDaemon(const Bus& bus, Gathered& gathered) {
     Situation& situation = gathered.situation;
-    Daemon daemon(bus, limit);
+    Daemon daemon(bus);
     try {
         situation.isTerminated = daemon.isTerminated();
         situation.report = daemon.readReport();
@@ -54,21 +54,26 @@ void askDaemon(const Bus& bus, std::chrono::seconds limit, Gathered& gathered) {
 
 }  // namespace
 
+void lookAtService(const Bus& bus, Situation& situation) {
+    // systemd that has not answered once is not waited for again.
+    situation.service = situation.daemon ? bus.unit(kServiceUnit) : std::nullopt;
+    situation.serviceOwner = bus.ownerPid(kServiceName);
+}
+
 Situation gatherSessions(const Bus& bus) {
     Situation situation;
     situation.daemon = bus.unit(kDaemonUnit);
-    situation.service = bus.unit(kServiceUnit);
     situation.daemonOwner = bus.ownerPid(kDaemonName);
-    situation.serviceOwner = bus.ownerPid(kServiceName);
+    lookAtService(bus, situation);
     lookAtFiles(situation);
     lookAtJournal(bus, situation);
     return situation;
 }
 
-Gathered gather(const Bus& bus, std::chrono::seconds limit) {
+Gathered gather(const Bus& bus) {
     Gathered gathered;
     gathered.situation = gatherSessions(bus);
-    askDaemon(bus, limit, gathered);
+    askDaemon(bus, gathered);
     gathered.situation.daemonTime = daemonNow();
     gathered.situation.monotonic = monotonicNow();
     return gathered;

@@ -6,7 +6,6 @@
 #ifndef ZELCTL_GATHER_H
 #define ZELCTL_GATHER_H
 
-#include <chrono>
 #include <optional>
 
 #include "Bus.h"
@@ -20,15 +19,14 @@ struct Gathered {
     std::optional<Trouble> trouble;
 };
 
-/**
- * Looks at the bus, the files and the journal and asks the daemon; what can't be found out is left out.
- *
- * @param limit  how long the daemon may take for an answer
- */
-Gathered gather(const Bus& bus, std::chrono::seconds limit);
+/** Looks at the bus, the files and the journal and asks the daemon; what can't be found out is left out. */
+Gathered gather(const Bus& bus);
 
 /** Only the sessions: the files and the journal, without asking the daemon. */
 Situation gatherSessions(const Bus& bus);
+
+/** The service as it is now, in a situation that has the daemon. */
+void lookAtService(const Bus& bus, Situation& situation);
 
 }  // namespace zelctl
 

@@ -141,8 +141,8 @@ Status open(bool keep, std::chrono::seconds limit) {
 Status openTrace(std::int64_t id, const std::string& text, Language language, std::chrono::seconds limit) {
     const Socket listener = makeSocket();
     listenAt(listener, id);
-    const Bus bus;
-    Daemon daemon(bus, limit);
+    const Bus bus(limit);
+    Daemon daemon(bus);
     Loop loop(bus);
     endWithSignal(loop, "connection that the trace belongs to");
     int closer = -1;

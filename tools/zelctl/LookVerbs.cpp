@@ -98,13 +98,17 @@ void print(const std::string& text) {
 }
 
 Status status(bool json, std::chrono::seconds limit) {
-    const Bus bus;
-    const Gathered gathered = gather(bus, limit);
+    const Bus bus(limit);
+    const Gathered gathered = gather(bus);
     print(json ? statusJson(gathered.situation) : statusText(gathered.situation));
     if (const Status trouble = complain(gathered); trouble != kDone) {
         return trouble;
     }
-    return serviceState(gathered.situation) == "running" ? kDone : kServiceDown;
+    const std::string state = serviceState(gathered.situation);
+    if (state == "unknown") {
+        throw Trouble(kFailed, "systemd", "it does not say how the service is", "systemctl status");
+    }
+    return state == "running" ? kDone : kServiceDown;
 }
 
 Status sessions(bool json) {
@@ -118,8 +122,8 @@ Status sessions(bool json) {
 }
 
 Status explain(const std::vector<std::string>& without, std::chrono::seconds limit) {
-    const Bus bus;
-    const Gathered gathered = gather(bus, limit);
+    const Bus bus(limit);
+    const Gathered gathered = gather(bus);
     const std::vector<std::string> unknown = unknownIds(gathered.situation, without);
     if (!unknown.empty()) {
         throw Trouble(kFailed, "session " + unknown.front(), "nobody holds a session of that id",
@@ -131,8 +135,8 @@ Status explain(const std::vector<std::string>& without, std::chrono::seconds lim
 }
 
 Status report(bool json, const std::string& html, std::chrono::seconds limit) {
-    const Bus bus;
-    Daemon daemon(bus, limit);
+    const Bus bus(limit);
+    Daemon daemon(bus);
     if (json) {
         print(daemon.report());
         return kDone;

@@ -19,7 +19,7 @@ constexpr std::array<Row, 13> kStatuses{{
     {kFailed, "it could not be done, or was refused; 'self-test': something is wrong"},
     {kBadUsage, "the command line makes no sense"},
     {kServiceDown, "'status': the daemon answers, the service does not run"},
-    {kNoBus, "no system bus"},
+    {kNoBus, "no system bus, or one that does not answer"},
     {kNoDaemon, "no daemon on the bus"},
     {kBadAnswer, "the daemon's answer makes no sense"},
     {kNotStarted, "'open', 'run': the service could not be started"},

@@ -146,6 +146,12 @@ public:
         m_pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
+    // Whether wait() would return at once.
+    bool hasEnded() const {
+        siginfo_t info{};
+        return waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               info.si_pid == m_pid;
+    }
     pid_t pid() const { return m_pid; }
     static std::string output() { return readFile(kOutput); }
     static std::string errors() { return readFile(kErrors); }
@@ -256,6 +262,40 @@ TEST_F(ZelctlBusTest, WhoLeavesCallersOfATraceWaitingIsNotWaitedFor) {
 
     close(waiting);
     close(taken);
+}
+
+TEST_F(ZelctlBusTest, ABusThatAcceptsAndSaysNothingIsNotWaitedFor) {
+    const int silent = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un name{AF_UNIX, "/tmp/silent-bus"};
+    ASSERT_EQ(bind(silent, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
+    ASSERT_EQ(listen(silent, 4), 0);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/tmp/silent-bus", 1);
+
+    Program program({"status", "--timeout", "1"});
+    EXPECT_TRUE(becomesTrue([&program] { return program.hasEnded(); }));
+    EXPECT_EQ(program.wait(), 68);
+    EXPECT_THAT(Program::errors(),
+                HasSubstr("unix:path=/tmp/silent-bus: it accepts connections and says nothing; try: "));
+
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", m_bus.address().c_str(), 1);
+    close(silent);
+    unlink("/tmp/silent-bus");
+}
+
+TEST_F(ZelctlBusTest, SystemdThatSaysNothingIsNotWaitedForLong) {
+    const std::string document =
+        R"({ "zel-lite" : null, "LastTryTerminateTime" : "", "LastTryTerminateResult" : "",)"
+        R"( "TvViewerState" : "", "TvViewerStateChangeTime" : "" })";
+    m_daemon.answer(5, ints({0, 0}));
+    m_daemon.answer(2, report(static_cast<std::int32_t>(document.size()), document));
+    // Has its name and reads nothing.
+    const auto systemd = sdbus::createSystemBusConnection("org.freedesktop.systemd1");
+
+    Program program({"status", "--timeout", "1"});
+    EXPECT_TRUE(becomesTrue([&program] { return program.hasEnded(); }));
+    EXPECT_EQ(program.wait(), 1);
+    EXPECT_THAT(Program::output(), HasSubstr("service         unknown\n"));
+    EXPECT_THAT(Program::errors(), HasSubstr("systemd: it does not say how the service is; try: "));
 }
 
 TEST_F(ZelctlBusTest, WhenTheBusGoesTheCommandRunsOn) {
