@@ -16,33 +16,24 @@ constexpr const char* kLog = "the daemon's log";
 constexpr const char* kStateFile = "/tmp/zel_lite_sessions_state.txt";
 constexpr const char* kNobody = "can't be known from outside";
 
-enum class Certainty { Yes, No, Unknown };
-
 const Marker* switchOf(const Situation& situation, SwitchIndex index) {
     return situation.switches.size() > index ? &situation.switches[index] : nullptr;
 }
 
-// The daemon reads this switch when it starts and never again; an attempt that it scheduled tells more than
-// the file.
-Certainty isAggressive(const Situation& situation) {
-    if (!situation.history.dueAttempts().empty()) {
-        return Certainty::Yes;
-    }
-    const Marker* const marker = switchOf(situation, kAggressive);
-    if (marker == nullptr || !situation.daemon || situation.daemon->activeSince == 0) {
+// Whether a switch was there when the daemon started. A file that has gone changed its folder last.
+Certainty wasPresentAtStart(const Situation& situation, SwitchIndex index) {
+    const Marker* const marker = switchOf(situation, index);
+    if (marker == nullptr || !situation.daemon || situation.daemon->activeSince == 0 ||
+        marker->changed > situation.daemon->activeSince) {
         return Certainty::Unknown;
     }
-    if (!marker->isPresent) {
-        return Certainty::No;
-    }
-    return marker->changed <= situation.daemon->activeSince ? Certainty::Yes : Certainty::Unknown;
+    return marker->isPresent ? Certainty::Yes : Certainty::No;
 }
 
 // Read anew at each attempt, but only on a set that was one for developers when the daemon started.
-bool isSessionsCheckOff(const Situation& situation) {
-    const Marker* const debug = switchOf(situation, kDebugSet);
+Certainty isSessionsCheckOff(const Situation& situation) {
     const Marker* const check = switchOf(situation, kNoSessionsCheck);
-    return debug != nullptr && debug->isPresent && check != nullptr && check->isPresent;
+    return check != nullptr && check->isPresent ? wasPresentAtStart(situation, kDebugSet) : Certainty::No;
 }
 
 std::string markerText(const Marker& running) {
@@ -106,10 +97,40 @@ void addSessions(const Situation& situation, Statements& statements) {
     }
 }
 
+std::string pathOf(const Situation& situation, SwitchIndex index) {
+    const Marker* const marker = switchOf(situation, index);
+    return marker == nullptr ? "" : marker->path;
+}
+
+// Why it is unknown whether a switch counts.
+std::string doubtText(const Situation& situation) {
+    return situation.daemon && situation.daemon->activeSince != 0
+               ? "the switch may have been changed after the daemon started, which reads it once"
+               : "nobody tells since when the daemon has run, which reads the switch once";
+}
+
+void addOverride(const Situation& situation, Statements& statements) {
+    const std::string path = pathOf(situation, kNoSessionsCheck);
+    switch (isSessionsCheckOff(situation)) {
+        case Certainty::Yes:
+            statements.push_back(
+                {"open sessions do not keep the service: the override is there, on a set for developers",
+                 path});
+            break;
+        case Certainty::Unknown:
+            statements.push_back({"whether open sessions keep the service is unknown: the override is there, "
+                                  "and counts on a set for developers; " +
+                                      doubtText(situation),
+                                  pathOf(situation, kDebugSet)});
+            break;
+        case Certainty::No:
+            break;
+    }
+}
+
 void addSwitches(const Situation& situation, Statements& statements) {
-    const Marker* const aggressive = switchOf(situation, kAggressive);
-    const std::string path = aggressive == nullptr ? "" : aggressive->path;
-    switch (isAggressive(situation)) {
+    const std::string path = pathOf(situation, kAggressive);
+    switch (isTriedAfterLastSession(situation)) {
         case Certainty::Yes:
             statements.push_back(
                 {"10 seconds after the last session it is tried to terminate the service", path});
@@ -122,25 +143,22 @@ void addSwitches(const Situation& situation, Statements& statements) {
             break;
         case Certainty::Unknown:
             statements.push_back(
-                {"whether anything is tried after the last session is unknown: the switch was changed "
-                 "after the daemon started, which reads it once",
+                {"whether anything is tried after the last session is unknown: " + doubtText(situation),
                  path});
             break;
     }
-    if (isSessionsCheckOff(situation)) {
-        statements.push_back(
-            {"open sessions do not keep the service: the override is there, on a set for developers",
-             switchOf(situation, kNoSessionsCheck)->path});
-    }
+    addOverride(situation, statements);
+}
+
+std::string dueText(const Situation& situation, std::int64_t due) {
+    return "due in " + spanText(std::max<std::int64_t>(due - situation.monotonic, 0));
 }
 
 void addAttempts(const Situation& situation, Statements& statements) {
     statements.push_back({"the last attempt to terminate it: " + lastAttemptText(situation),
                           situation.history.lastAttempt() ? "the report, the daemon's log" : "the report"});
     for (const std::int64_t due : situation.history.dueAttempts()) {
-        statements.push_back(
-            {"the next attempt is due in " + spanText(std::max<std::int64_t>(due - situation.monotonic, 0)),
-             kLog});
+        statements.push_back({"the next attempt is " + dueText(situation, due), kLog});
     }
 }
 
@@ -150,6 +168,48 @@ std::string answerText(const Situation& situation) {
         return "what the service answers then; the last time it refused";
     }
     return "what the service answers then: it may refuse";
+}
+
+void addAttemptAfterLast(const Situation& situation, Statements& statements) {
+    const std::string path = pathOf(situation, kAggressive);
+    switch (isTriedAfterLastSession(situation)) {
+        case Certainty::Yes:
+            statements.push_back(
+                {"10 seconds after the last of them has closed, the service would be asked to terminate, "
+                 "unless a session was opened meanwhile",
+                 path});
+            statements.push_back({answerText(situation), kNobody});
+            break;
+        case Certainty::No:
+            statements.push_back(
+                {"the service would stay: nothing asks it to terminate after the last session", path});
+            break;
+        case Certainty::Unknown:
+            statements.push_back({"whether the service would then be asked to terminate: " +
+                                      doubtText(situation),
+                                  kNobody});
+            break;
+    }
+}
+
+// What an attempt comes to that is made anyway.
+Statement forecast(const Situation& situation, std::int64_t due, bool isHeld) {
+    const std::string attempt = "the attempt that is " + dueText(situation, due);
+    if (!isHeld) {
+        return {attempt + " would ask the service to terminate, unless a session is opened meanwhile", kLog};
+    }
+    switch (isSessionsCheckOff(situation)) {
+        case Certainty::Yes:
+            return {attempt + " would ask the service to terminate all the same: the override is there",
+                    pathOf(situation, kNoSessionsCheck)};
+        case Certainty::Unknown:
+            return {"whether " + attempt + " would be off because of them: the override is there; " +
+                        doubtText(situation),
+                    kNobody};
+        case Certainty::No:
+            break;
+    }
+    return {attempt + " would be off because of them", kLog};
 }
 
 }  // namespace
@@ -166,49 +226,44 @@ std::vector<Statement> explain(const Situation& situation) {
     return statements;
 }
 
-std::vector<Statement> foresee(const Situation& situation, const std::vector<std::string>& ids) {
+Certainty isTriedAfterLastSession(const Situation& situation) {
+    // That it was done once tells more than the file.
+    return situation.history.wasAttemptScheduled() ? Certainty::Yes
+                                                   : wasPresentAtStart(situation, kAggressive);
+}
+
+std::vector<Statement> foresee(const Situation& situation, const std::set<std::string>& ids) {
     Sessions left = openSessions(situation);
     for (const std::string& id : ids) {
         left.erase(id);
     }
+    const std::string without = "without " + counted(ids.size(), "session");
     Statements statements;
-    if (!left.empty()) {
-        statements.push_back({"without " + counted(ids.size(), "session") + ", " +
-                                  std::to_string(left.size()) +
-                                  " would still hold the service; nothing would be tried",
+    if (left.empty()) {
+        statements.push_back({without + " nobody would hold the service", kStateFile});
+    } else {
+        statements.push_back({without + ", " + std::to_string(left.size()) +
+                                  " would still hold the service; no attempt would follow",
                               kStateFile});
-        for (const auto& [id, holder] : left) {
-            statements.push_back({"still held by " + sessionText(id, holder), kStateFile});
-        }
+    }
+    for (const auto& [id, holder] : left) {
+        statements.push_back({"still held by " + sessionText(id, holder), kStateFile});
+    }
+    if (situation.isTerminated.value_or(false)) {
+        statements.push_back(
+            {"whatever is tried, the service is asked nothing: the daemon takes it for terminated", kDaemon});
         return statements;
     }
-    statements.push_back(
-        {"without " + counted(ids.size(), "session") + " nobody would hold the service", kStateFile});
-    const Marker* const aggressive = switchOf(situation, kAggressive);
-    const std::string path = aggressive == nullptr ? "" : aggressive->path;
-    switch (isAggressive(situation)) {
-        case Certainty::Yes:
-            statements.push_back(
-                {"10 seconds after the last of them has closed, the service would be asked to terminate, "
-                 "unless a session was opened meanwhile",
-                 path});
-            statements.push_back({answerText(situation), kNobody});
-            break;
-        case Certainty::No:
-            statements.push_back(
-                {"the service would stay: nothing asks it to terminate after the last session", path});
-            break;
-        case Certainty::Unknown:
-            statements.push_back(
-                {"whether the service would then be asked to terminate: the switch was changed after the "
-                 "daemon started, which reads it once",
-                 kNobody});
-            break;
+    if (left.empty()) {
+        addAttemptAfterLast(situation, statements);
+    }
+    for (const std::int64_t due : situation.history.dueAttempts()) {
+        statements.push_back(forecast(situation, due, !left.empty()));
     }
     return statements;
 }
 
-std::vector<std::string> unknownIds(const Situation& situation, const std::vector<std::string>& ids) {
+std::vector<std::string> unknownIds(const Situation& situation, const std::set<std::string>& ids) {
     const Sessions sessions = openSessions(situation);
     std::vector<std::string> unknown;
     std::copy_if(ids.begin(), ids.end(), std::back_inserter(unknown),

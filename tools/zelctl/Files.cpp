@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -69,6 +70,20 @@ std::string problemOf(const struct stat& status) {
     return {};
 }
 
+std::uint64_t changeOf(const struct stat& status) {
+    return static_cast<std::uint64_t>(status.st_ctim.tv_sec) * 1'000'000 +
+           static_cast<std::uint64_t>(status.st_ctim.tv_nsec) / 1000;
+}
+
+// When the folder of a file was last changed, or the one that the folder would be in.
+std::uint64_t changeOfFolder(std::string path) {
+    struct stat status {};
+    do {
+        path.erase(std::max<std::size_t>(path.rfind('/'), 1));
+    } while (stat(path.c_str(), &status) != 0 && path != "/");
+    return changeOf(status);
+}
+
 template <typename Rows>
 std::vector<Marker> inspectAll(const Rows& rows) {
     std::vector<Marker> found;
@@ -107,6 +122,9 @@ std::vector<Marker> switches() {
     // Whatever it is, its being there is what the daemon looks at.
     for (Marker& marker : found) {
         marker.problem.clear();
+        if (!marker.isPresent) {
+            marker.changed = changeOfFolder(marker.path);
+        }
     }
     return found;
 }
@@ -122,8 +140,7 @@ Marker inspect(const std::string& path, const std::string& meaning) {
     }
     marker.isPresent = true;
     marker.problem = problemOf(status);
-    marker.changed = static_cast<std::uint64_t>(status.st_ctim.tv_sec) * 1'000'000 +
-                     static_cast<std::uint64_t>(status.st_ctim.tv_nsec) / 1000;
+    marker.changed = changeOf(status);
     return marker;
 }
 

@@ -47,11 +47,14 @@ void History::add(const Event& event, std::int64_t time) {
             }
             break;
         case EventKind::AttemptScheduled:
+            m_scheduled = true;
             m_due.push_back(time + std::int64_t{std::atoi(event.values[0].c_str())} * 1000);
             break;
         case EventKind::AttemptDue:
+            // With one whose line the journal has lost.
             if (!m_due.empty()) {
-                m_due.erase(m_due.begin());
+                m_due.erase(m_due.begin(), std::find_if(std::next(m_due.begin()), m_due.end(),
+                                                        [time](std::int64_t due) { return due > time; }));
             }
             break;
         case EventKind::Attempt:

@@ -50,6 +50,8 @@ public:
     bool isEmpty() const { return m_count == 0; }
     /** When the attempts that are still to come will be made, the next one first. */
     const std::vector<std::int64_t>& dueAttempts() const { return m_due; }
+    /** Whether an attempt was scheduled at all, as is done after the last session or never. */
+    bool wasAttemptScheduled() const { return m_scheduled; }
     const std::optional<Attempt>& lastAttempt() const { return m_attempt; }
     /** The last trigger that came. */
     const std::optional<Event>& lastTrigger() const { return m_trigger; }
@@ -70,6 +72,7 @@ private:
 
     std::size_t m_count = 0;
     std::vector<std::int64_t> m_due;
+    bool m_scheduled = false;
     std::optional<Attempt> m_attempt;
     std::optional<Event> m_trigger;
     std::optional<Event> m_problem;

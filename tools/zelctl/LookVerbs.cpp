@@ -80,6 +80,12 @@ PageContent pageContent(const Bus& bus, Report report) {
     return content;
 }
 
+void requireSessions(const Situation& situation) {
+    if (!situation.sessionsProblem.empty()) {
+        throw Trouble(kFailed, "the sessions", situation.sessionsProblem, "zelctl self-test");
+    }
+}
+
 // What the daemon could not tell is said, and how the program exits.
 Status complain(const Gathered& gathered) {
     if (!gathered.trouble) {
@@ -114,23 +120,25 @@ Status status(bool json, std::chrono::seconds limit) {
 Status sessions(bool json) {
     const Bus bus;
     const Situation situation = gatherSessions(bus);
-    if (!situation.sessionsProblem.empty()) {
-        throw Trouble(kFailed, "the sessions", situation.sessionsProblem, "zelctl self-test");
-    }
+    requireSessions(situation);
     print(json ? sessionsJson(situation) : sessionsText(situation));
     return kDone;
 }
 
-Status explain(const std::vector<std::string>& without, std::chrono::seconds limit) {
+Status explain(const std::set<std::string>& without, std::chrono::seconds limit) {
     const Bus bus(limit);
     const Gathered gathered = gather(bus);
-    const std::vector<std::string> unknown = unknownIds(gathered.situation, without);
-    if (!unknown.empty()) {
-        throw Trouble(kFailed, "session " + unknown.front(), "nobody holds a session of that id",
-                      "zelctl sessions, which lists them");
+    if (without.empty()) {
+        print(explanationText(explain(gathered.situation)));
+    } else {
+        requireSessions(gathered.situation);
+        const std::vector<std::string> unknown = unknownIds(gathered.situation, without);
+        if (!unknown.empty()) {
+            throw Trouble(kFailed, "session " + unknown.front(), "nobody holds a session of that id",
+                          "zelctl sessions, which lists them");
+        }
+        print(explanationText(foresee(gathered.situation, without)));
     }
-    print(explanationText(without.empty() ? explain(gathered.situation)
-                                          : foresee(gathered.situation, without)));
     return complain(gathered);
 }
 

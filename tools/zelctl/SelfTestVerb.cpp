@@ -12,6 +12,7 @@
 #include <ctime>
 #include <exception>
 
+#include "Explanation.h"
 #include "Files.h"
 #include "Gather.h"
 #include "Text.h"
@@ -140,13 +141,27 @@ Finding checkStateFile(Subject& subject) {
     return right(counted(situation.sessions.size(), "session") + " saved");
 }
 
-// Why a session of one's own would do more than be there and go again; empty when it would not.
+// Why a session of one's own would do more than be there and go again, or may; empty when it would not.
 std::string sideEffect(const Situation& situation) {
-    if (serviceState(situation) != "running" || situation.isTerminated.value_or(true)) {
-        return "it would start the service, which is " + serviceState(situation);
+    const std::string state = serviceState(situation);
+    if (state != "running") {
+        return "it would start the service, which is " + state;
     }
-    if (situation.switches[kAggressive].isPresent && openSessions(situation).empty()) {
-        return "the service would be terminated 10 seconds later, because nobody else holds it";
+    if (*situation.isTerminated) {
+        return "it would start the service, which the daemon takes for terminated";
+    }
+    if (!openSessions(situation).empty()) {
+        return {};
+    }
+    switch (isTriedAfterLastSession(situation)) {
+        case Certainty::Yes:
+            return "the service would be asked to terminate 10 seconds later, because nobody else holds it";
+        case Certainty::Unknown:
+            return "the service might be asked to terminate 10 seconds later, because nobody else holds it: "
+                   "the switch " +
+                   situation.switches[kAggressive].path + " may have been there when the daemon started";
+        case Certainty::No:
+            break;
     }
     return {};
 }
@@ -176,6 +191,9 @@ Finding makeRoundTrip(Subject& subject) {
 }
 
 Finding checkSession(Subject& subject) {
+    if (!subject.situation.isTerminated) {
+        return skipped("the daemon does not answer");
+    }
     const std::string effect = sideEffect(subject.situation);
     if (!effect.empty() && !subject.withSession) {
         return skipped("left out: " + effect + "; --with-session does it all the same");

@@ -40,7 +40,8 @@ struct Marker {
     bool isPresent = false;
     /** What is wrong with it; empty when nothing is. */
     std::string problem;
-    /** When it was last changed, microseconds of the real clock. */
+    /** When it was last changed, microseconds of the real clock; of a switch that is absent, when the folder
+     * was that it would be in. */
     std::uint64_t changed = 0;
 };
 

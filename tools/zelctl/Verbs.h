@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,7 @@ Status sessions(bool json);
  *
  * @param without  sessions to leave out in thought; none to explain the present
  */
-Status explain(const std::vector<std::string>& without, std::chrono::seconds limit);
+Status explain(const std::set<std::string>& without, std::chrono::seconds limit);
 
 /**
  * Fetches the report.

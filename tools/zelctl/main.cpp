@@ -72,7 +72,9 @@ void declareReport(CLI::App& verb, Choice& choice) {
 void declareExplain(CLI::App& verb, Choice& choice) {
     verb.add_option("--without", choice.ids, "What would happen without these sessions")->type_name("ID");
     addTimeout(verb, choice.timeout);
-    choice.action = [&choice] { return zelctl::explain(choice.ids, choice.limit()); };
+    choice.action = [&choice] {
+        return zelctl::explain({choice.ids.begin(), choice.ids.end()}, choice.limit());
+    };
 }
 
 void declareRun(CLI::App& verb, Choice& choice) {

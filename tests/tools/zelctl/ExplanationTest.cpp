@@ -18,7 +18,7 @@ std::string explained(const Situation& situation) {
     return explanationText(explain(situation));
 }
 
-std::string foreseen(const Situation& situation, const std::vector<std::string>& ids) {
+std::string foreseen(const Situation& situation, const std::set<std::string>& ids) {
     return explanationText(foresee(situation, ids));
 }
 
@@ -74,7 +74,14 @@ TEST(ExplanationTest, APendingAttemptIsTold) {
 
 TEST(ExplanationTest, ASwitchOfAfterTheStartIsNotBelieved) {
     Situation situation = ordinarySet();
+    situation.switches[kAggressive].changed = 4'000'000;
     EXPECT_THAT(explained(situation), HasSubstr("nothing is tried after the last session"));
+
+    // It may have been removed then.
+    situation.switches[kAggressive].changed = 6'000'000;
+    EXPECT_THAT(explained(situation),
+                HasSubstr("whether anything is tried after the last session is unknown: the switch may have "
+                          "been changed after the daemon started, which reads it once"));
 
     situation.switches[kAggressive].isPresent = true;
     situation.switches[kAggressive].changed = 4'000'000;
@@ -85,14 +92,47 @@ TEST(ExplanationTest, ASwitchOfAfterTheStartIsNotBelieved) {
                 HasSubstr("whether anything is tried after the last session is unknown"));
 }
 
+TEST(ExplanationTest, AnAttemptThatWasScheduledTellsMoreThanTheSwitch) {
+    Situation situation = ordinarySet();
+    situation.history.add({EventKind::AttemptScheduled, {"10"}}, 20'000);
+    situation.history.add({EventKind::AttemptDue, {}}, 30'000);
+
+    EXPECT_THAT(explained(situation), HasSubstr("10 seconds after the last session it is tried"));
+}
+
+TEST(ExplanationTest, WithoutSystemdNoSwitchIsBelieved) {
+    Situation situation = ordinarySet();
+    situation.daemon.reset();
+
+    EXPECT_THAT(explained(situation),
+                HasSubstr("whether anything is tried after the last session is unknown: nobody tells since "
+                          "when the daemon has run"));
+}
+
 TEST(ExplanationTest, TheOverrideCountsOnASetForDevelopersOnly) {
     Situation situation = ordinarySet();
     situation.switches[kNoSessionsCheck].isPresent = true;
-    EXPECT_THAT(explained(situation), Not(HasSubstr("open sessions do not keep the service")));
+    // It is looked for at each attempt.
+    situation.switches[kNoSessionsCheck].changed = 6'000'000;
+    EXPECT_THAT(explained(situation), Not(HasSubstr("open sessions")));
 
     situation.switches[kDebugSet].isPresent = true;
-
     EXPECT_THAT(explained(situation), HasSubstr("open sessions do not keep the service"));
+
+    situation.switches[kNoSessionsCheck].isPresent = false;
+    EXPECT_THAT(explained(situation), Not(HasSubstr("open sessions")));
+}
+
+TEST(ExplanationTest, ASetThatBecameOneForDevelopersAfterTheStartIsNotBelieved) {
+    Situation situation = ordinarySet();
+    situation.switches[kNoSessionsCheck].isPresent = true;
+    situation.switches[kDebugSet].changed = 6'000'000;
+
+    for (const bool present : {false, true}) {
+        situation.switches[kDebugSet].isPresent = present;
+
+        EXPECT_THAT(explained(situation), HasSubstr("whether open sessions keep the service is unknown"));
+    }
 }
 
 TEST(ExplanationTest, ASilentDaemonsBeliefIsUnknown) {
@@ -124,7 +164,7 @@ TEST(ExplanationTest, SessionsThatAreLeftKeepTheService) {
     const std::string text = foreseen(situation, {":1.7"});
 
     EXPECT_THAT(text,
-                HasSubstr("without 1 session, 1 would still hold the service; nothing would be tried\n"));
+                HasSubstr("without 1 session, 1 would still hold the service; no attempt would follow\n"));
     EXPECT_THAT(text, HasSubstr("still held by :1.9 (other, process 43)\n"));
 }
 
@@ -144,6 +184,40 @@ TEST(ExplanationTest, WithoutTheLastSessionTheSwitchDecides) {
     situation.history.add({EventKind::Attempt, {}}, 1);
     situation.history.add({EventKind::RefusedByService, {"running", "0", "0"}}, 1);
     EXPECT_THAT(foreseen(situation, {":1.7"}), HasSubstr("the last time it refused\n"));
+}
+
+TEST(ExplanationTest, AnAttemptThatIsDueIsOffBecauseOfWhoIsLeft) {
+    Situation situation = ordinarySet();
+    situation.sessions[":1.9"] = Holder{"other", "43"};
+    situation.history.add({EventKind::AttemptScheduled, {"10"}}, 57'000);
+
+    EXPECT_THAT(foreseen(situation, {":1.7"}),
+                HasSubstr("the attempt that is due in 7.000 s would be off because of them\n"));
+    situation.switches[kNoSessionsCheck].isPresent = true;
+    situation.switches[kDebugSet].isPresent = true;
+    EXPECT_THAT(foreseen(situation, {":1.7"}),
+                HasSubstr("the attempt that is due in 7.000 s would ask the service to terminate all the "
+                          "same: the override is there\n"));
+    situation.switches[kDebugSet].changed = 6'000'000;
+    EXPECT_THAT(foreseen(situation, {":1.7"}),
+                HasSubstr("whether the attempt that is due in 7.000 s would be off because of them"));
+}
+
+TEST(ExplanationTest, AnAttemptThatIsDueIsMadeWhenNobodyIsLeft) {
+    Situation situation = ordinarySet();
+    situation.history.add({EventKind::AttemptScheduled, {"10"}}, 57'000);
+
+    EXPECT_THAT(foreseen(situation, {":1.7"}),
+                HasSubstr("the attempt that is due in 7.000 s would ask the service to terminate, unless"));
+}
+
+TEST(ExplanationTest, AServiceThatIsTakenForTerminatedIsAskedNothing) {
+    Situation situation = ordinarySet();
+    situation.isTerminated = true;
+    situation.history.add({EventKind::AttemptScheduled, {"10"}}, 57'000);
+
+    EXPECT_THAT(foreseen(situation, {":1.7"}), HasSubstr("the service is asked nothing"));
+    EXPECT_THAT(foreseen(situation, {":1.7"}), Not(HasSubstr("to terminate")));
 }
 
 TEST(ExplanationTest, AnIdThatNobodyHasIsNamed) {

@@ -34,6 +34,19 @@ TEST_F(HistoryTest, AScheduledAttemptIsDueUntilItsTimeHasCome) {
     EXPECT_THAT(m_history.dueAttempts(), ElementsAre(13'000));
 }
 
+TEST_F(HistoryTest, AnAttemptWhoseLineIsLostGoesWithTheNext) {
+    says(EventKind::AttemptScheduled, {"10"});
+    after(1000);
+    says(EventKind::AttemptScheduled, {"10"});
+    after(1000);
+    says(EventKind::AttemptScheduled, {"10"});
+    after(9000);
+
+    says(EventKind::AttemptDue);
+
+    EXPECT_THAT(m_history.dueAttempts(), ElementsAre(13'000));
+}
+
 TEST_F(HistoryTest, AnAttemptThatSessionsRefuseNamesThem) {
     says(EventKind::Attempt);
     says(EventKind::RefusedForSessions, {"1"});
