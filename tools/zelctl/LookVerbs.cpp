@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The verbs that only look: status, sessions, explain, report.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <exception>
@@ -22,20 +25,40 @@ namespace zelctl {
 
 namespace {
 
-// A file that is written or not there afterwards: what could not be written whole is of no use.
+// Written with the mode that any new file has.
+bool writeWhole(int fd, const std::string& content) {
+    const mode_t mask = umask(0);
+    umask(mask);
+    bool written = fchmod(fd, 0666 & ~mask) == 0;
+    for (std::size_t done = 0; written && done < content.size();) {
+        const ssize_t count = write(fd, content.data() + done, content.size() - done);
+        written = count > 0;
+        done += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    }
+    const int error = errno;
+    const bool closed = close(fd) == 0;
+    errno = written ? errno : error;
+    return written && closed;
+}
+
+// Written beside its place and put there as a whole: whoever has a page keeps it until there is a new one, and
+// nothing is followed that somebody has planted there.
 void writeFile(const std::string& path, const std::string& content) {
-    const auto fail = [&path] {
-        throw Trouble(kFailed, path, std::string("it could not be written: ") + std::strerror(errno),
-                      "another place, or '-' for standard output");
-    };
-    std::FILE* const file = std::fopen(path.c_str(), "we");
-    if (file == nullptr) {
-        fail();
+    constexpr const char* kElsewhere = "another place, or '-' for standard output";
+    struct stat present {};
+    if (lstat(path.c_str(), &present) == 0 && !S_ISREG(present.st_mode)) {
+        throw Trouble(kFailed, path, "there is something else than a plain file", kElsewhere);
     }
-    const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
-    if (std::fclose(file) != 0 || !written) {
-        fail();
+    std::string beside = path + ".XXXXXX";
+    const int fd = mkostemp(beside.data(), O_CLOEXEC);
+    if (fd >= 0 && writeWhole(fd, content) && std::rename(beside.c_str(), path.c_str()) == 0) {
+        return;
     }
+    const int error = errno;
+    if (fd >= 0) {
+        unlink(beside.c_str());
+    }
+    throw Trouble(kFailed, path, std::string("it could not be written: ") + std::strerror(error), kElsewhere);
 }
 
 std::string wallTime() {
