@@ -3,11 +3,14 @@
 
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <list>
 #include <utility>
+#include <vector>
 
 namespace zelctl {
 
@@ -45,6 +48,12 @@ Function& of(void* data) {
     return *static_cast<Function*>(data);
 }
 
+// As nohup leaves a signal to what it starts, and a shell to what runs in the background.
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 int onSignal(sd_event_source* /*source*/, const signalfd_siginfo* info, void* data) {
     of<std::function<void(const signalfd_siginfo&)>>(data)(*info);
     return 0;
@@ -79,15 +88,18 @@ Loop::~Loop() {
 
 void Loop::onSignals(std::initializer_list<int> signals, std::function<void(const signalfd_siginfo&)> call) {
     m_handlers->signals.push_back(m_handlers->guarded(std::move(call)));
+    std::vector<int> heard;
+    std::copy_if(signals.begin(), signals.end(), std::back_inserter(heard),
+                 [](int signal) { return !isIgnored(signal); });
     // They stay blocked when the loop has gone: what comes while things are put in order must not end it
     // half-way.
     sigset_t blocked;
     sigemptyset(&blocked);
-    for (const int signal : signals) {
+    for (const int signal : heard) {
         sigaddset(&blocked, signal);
     }
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
-    for (const int signal : signals) {
+    for (const int signal : heard) {
         check(sd_event_add_signal(m_event, nullptr, signal, onSignal, &m_handlers->signals.back()),
               "waiting for signals");
     }

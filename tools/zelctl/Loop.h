@@ -27,7 +27,8 @@ public:
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
-    /** Blocks signals, for good, and calls for each that comes while the loop runs. */
+    /** Blocks signals, for good, and calls for each that comes while the loop runs; what was ignored stays
+     * ignored. */
     void onSignals(std::initializer_list<int> signals, std::function<void(const signalfd_siginfo&)> call);
     /** Calls when the bus has gone. */
     void onBusLost(std::function<void()> call);
