@@ -75,9 +75,9 @@ class Client:
 class Program:
     """Any program that a scenario starts itself; what it prints is collected."""
 
-    def __init__(self, command):
+    def __init__(self, command, stdin=subprocess.DEVNULL):
         self._process = subprocess.Popen(
-            command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            command, stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self._printed = {"stdout": b"", "stderr": b""}
         for stream in (self._process.stdout, self._process.stderr):
             os.set_blocking(stream.fileno(), False)
@@ -93,8 +93,9 @@ class Program:
     def kill(self):
         self._process.kill()
         self._process.wait()
-        self._process.stdout.close()
-        self._process.stderr.close()
+        for stream in (self._process.stdin, self._process.stdout, self._process.stderr):
+            if stream:
+                stream.close()
 
 
 class World:

@@ -33,11 +33,15 @@ os.execv(sys.argv[1], sys.argv[1:])
 """
 
 
+def _as_a_job(*command):
+    return [sys.executable, "-c", _AS_A_JOB, *command]
+
+
 class _Tool(Program):
     """A zelctl that runs beside everything else."""
 
     def __init__(self, command):
-        super().__init__([sys.executable, "-c", _AS_A_JOB, *command])
+        super().__init__(_as_a_job(*command))
 
     def states(self):
         """How the kernel has the process and its children: R, S, T for stopped."""
@@ -50,6 +54,18 @@ class _Tool(Program):
     def status(self):
         """Its exit status, None while it runs."""
         return self._process.poll()
+
+
+class _Terminal(Program):
+    """A shell with job control at a terminal of its own; what stands on the screen is what it prints on stdout."""
+
+    def __init__(self):
+        super().__init__(_as_a_job("/usr/bin/script", "--quiet", "--command", "bash --norc --noprofile -i", "/dev/null"),
+                         stdin=subprocess.PIPE)
+
+    def type(self, keys):
+        self._process.stdin.write(keys)
+        self._process.stdin.flush()
 
 
 def _words(world, arguments):
@@ -197,6 +213,20 @@ def zelctl_ends_with(world, name, status):
     if tool.status() != status:
         raise Failed(f"status {status}", f"{tool.status()}, {tool.printed('stdout')}, {tool.printed('stderr')}")
     world.programs.pop(name).kill()
+
+
+@step("terminal {name} opens")
+def terminal_opens(world, name):
+    """An interactive bash at a terminal of its own; it is a program of that name for other sentences."""
+    if name in world.programs:
+        raise Failed(f"no program {name} yet", "there is one")
+    world.programs[name] = _Terminal()
+
+
+@step("terminal {name} is typed {keys:text}")
+def terminal_is_typed(world, name, keys):
+    """Types at it; ^C, ^Z and the like are those keys, and ^M is Return."""
+    world.program(name).type(re.sub(r"\^([A-Z])", lambda key: chr(ord(key[1]) - ord("@")), keys).encode())
 
 
 @step("the daemon falls silent")

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Daemon.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -117,6 +120,17 @@ void Daemon::closeTrace(std::int64_t id) {
     TCMessageBuffer request;
     request.PushLongLong(id);
     status(kCloseTrace, request, m_bus.limit());
+}
+
+// The report alone tells. This process has no other trace, and its text may have changed: what is no UTF-8
+// comes back as something else.
+bool Daemon::keepsTrace() {
+    const std::string pid = std::to_string(getpid());
+    const Report report = readReport();
+    return std::any_of(report.records.begin(), report.records.end(), [&](const Record& record) {
+        return record.pid == pid && std::any_of(record.traces.begin(), record.traces.end(),
+                                                [](const Trace& trace) { return !trace.closed; });
+    });
 }
 
 bool Daemon::isTerminated() {

@@ -43,6 +43,8 @@ public:
     /** Opens a trace of this connection. The daemon never says whether it has kept it. */
     void openTrace(std::int64_t id, const std::string& text, Language language);
     void closeTrace(std::int64_t id);
+    /** Whether the daemon has kept a trace of this process. */
+    bool keepsTrace();
     /** Whether the daemon takes the service for terminated. */
     bool isTerminated();
 

@@ -75,21 +75,10 @@ bool isOwn(int socket) {
     return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
 }
 
-// The report alone says whether a trace was kept. This process has no other, and its text may have changed:
-// what is no UTF-8 comes back as something else.
-bool isKept(Daemon& daemon) {
-    const std::string pid = std::to_string(getpid());
-    const Report report = daemon.readReport();
-    return std::any_of(report.records.begin(), report.records.end(), [&](const Record& record) {
-        return record.pid == pid && std::any_of(record.traces.begin(), record.traces.end(),
-                                                [](const Trace& trace) { return !trace.closed; });
-    });
-}
-
 // A trace that was opened outlives its process, so it is closed whatever came of asking for it.
 void makeSureOfTrace(Daemon& daemon, std::int64_t id) {
     try {
-        if (!isKept(daemon)) {
+        if (!daemon.keepsTrace()) {
             throw Trouble(
                 kFailed, "trace " + std::to_string(id), "the daemon did not keep it",
                 "without the switch /etc/zel-lite/zel_lite_disable_tracing, which it reads when it starts");

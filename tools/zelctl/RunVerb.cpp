@@ -119,9 +119,21 @@ public:
     Holding(const Holding&) = delete;
     Holding& operator=(const Holding&) = delete;
 
+    // The command is worth more than the trace: one that is not kept is only missed.
     void trace(const std::string& text) {
         m_traced = true;
         m_daemon.openTrace(kTraceId, text, Language::Cpp);
+        std::string problem = "the set is without tracing";
+        try {
+            if (m_daemon.keepsTrace()) {
+                return;
+            }
+        } catch (const Trouble& trouble) {
+            problem = trouble.what();
+        }
+        std::fprintf(stderr,
+                     "zelctl: the daemon does not show the trace; the command is run all the same: %s\n",
+                     problem.c_str());
     }
     // Both went with the bus.
     void lose() { m_lost = true; }

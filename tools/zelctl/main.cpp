@@ -96,7 +96,8 @@ void declareOpen(CLI::App& verb, Choice& choice) {
 }
 
 void declareTraceOpen(CLI::App& verb, Choice& choice) {
-    verb.add_option("--id", choice.traceId, "The number of the trace [the process id]");
+    verb.add_option("--id", choice.traceId, "The number of the trace [the process id]")
+        ->check(CLI::NonNegativeNumber);
     verb.add_option("--language", choice.language, "The language of the program that it is about [C++]")
         ->type_name("C++|C#")
         ->transform(CLI::CheckedTransformer(kLanguages, CLI::ignore_case));
@@ -108,7 +109,9 @@ void declareTraceOpen(CLI::App& verb, Choice& choice) {
 }
 
 void declareTraceClose(CLI::App& verb, Choice& choice) {
-    verb.add_option("ID", choice.traceId, "The number of the trace")->required();
+    verb.add_option("ID", choice.traceId, "The number of the trace")
+        ->required()
+        ->check(CLI::NonNegativeNumber);
     choice.action = [&choice] { return zelctl::closeTrace(choice.traceId); };
 }
 

@@ -48,6 +48,14 @@ Bytes report(std::int32_t length, const std::string& text) {
     return bytes;
 }
 
+Bytes reportOf(const std::string& text) {
+    return report(static_cast<std::int32_t>(text.size()), text);
+}
+
+constexpr const char* kNoTraces =
+    R"({ "zel-lite" : null, "LastTryTerminateTime" : "", "LastTryTerminateResult" : "",)"
+    R"( "TvViewerState" : "", "TvViewerStateChangeTime" : "" })";
+
 // Has the daemon's name and answers each method with the bytes that a test gives for it.
 class FakeDaemon {
 public:
@@ -224,7 +232,7 @@ TEST_F(ZelctlBusTest, ASignalWhileTheSessionIsClosedDoesNotEndItHalfWay) {
 
     EXPECT_EQ(program.wait(), 7);
 
-    EXPECT_THAT(m_daemon.called(), ElementsAre(0, 3, 4, 1));
+    EXPECT_THAT(m_daemon.called(), ElementsAre(0, 3, 2, 4, 1));
     unlink("/tmp/enough");
 }
 
@@ -283,11 +291,8 @@ TEST_F(ZelctlBusTest, ABusThatAcceptsAndSaysNothingIsNotWaitedFor) {
 }
 
 TEST_F(ZelctlBusTest, SystemdThatSaysNothingIsNotWaitedForLong) {
-    const std::string document =
-        R"({ "zel-lite" : null, "LastTryTerminateTime" : "", "LastTryTerminateResult" : "",)"
-        R"( "TvViewerState" : "", "TvViewerStateChangeTime" : "" })";
     m_daemon.answer(5, ints({0, 0}));
-    m_daemon.answer(2, report(static_cast<std::int32_t>(document.size()), document));
+    m_daemon.answer(2, reportOf(kNoTraces));
     // Has its name and reads nothing.
     const auto systemd = sdbus::createSystemBusConnection("org.freedesktop.systemd1");
 
@@ -313,6 +318,35 @@ TEST_F(ZelctlBusTest, WhenTheBusGoesTheCommandRunsOn) {
     writeFile("/tmp/enough", "");
     EXPECT_EQ(program.wait(), 7);
     EXPECT_EQ(Program::errors(), "zelctl: the bus has gone, and the session with it; the command runs on\n");
+}
+
+// Started by nohup, or in the background by a shell without job control.
+TEST_F(ZelctlBusTest, ASignalThatWasIgnoredStaysIgnored) {
+    m_daemon.answer(0, ints({0}));
+    signal(SIGHUP, SIG_IGN);
+    Program program({"open"});
+    signal(SIGHUP, SIG_DFL);
+    ASSERT_TRUE(becomesTrue([] { return !Program::output().empty(); }));
+
+    kill(program.pid(), SIGHUP);
+    m_bus.stop();
+
+    // The signal would have ended it in good order, and before.
+    EXPECT_EQ(program.wait(), 68);
+}
+
+TEST_F(ZelctlBusTest, ATraceOfACommandThatIsNotKeptIsMissedOnly) {
+    for (const std::int32_t method : {0, 1, 3, 4}) {
+        m_daemon.answer(method, ints({0}));
+    }
+    m_daemon.answer(2, reportOf(kNoTraces));
+
+    EXPECT_EQ(run({"run", "--trace", "why", "--", "sh", "-c", "exit 7"}), 7);
+    EXPECT_THAT(Program::errors(), HasSubstr("does not show the trace; the command is run all the same: the"));
+
+    m_daemon.answer(2, report(9, "no report"));
+    EXPECT_EQ(run({"run", "--trace", "why", "--", "sh", "-c", "exit 7"}), 7);
+    EXPECT_THAT(Program::errors(), HasSubstr("all the same: the daemon's report: "));
 }
 
 TEST_F(ZelctlBusTest, WhenTheBusGoesNothingIsHeldAnyMore) {
