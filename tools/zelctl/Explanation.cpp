@@ -118,10 +118,11 @@ void addOverride(const Situation& situation, Statements& statements) {
                  path});
             break;
         case Certainty::Unknown:
-            statements.push_back({"whether open sessions keep the service is unknown: the override is there, "
-                                  "and counts on a set for developers; " +
-                                      doubtText(situation),
-                                  pathOf(situation, kDebugSet)});
+            statements.push_back(
+                {"whether open sessions keep the service is unknown: the override is there, "
+                 "and counts on a set for developers; " +
+                     doubtText(situation),
+                 pathOf(situation, kDebugSet)});
             break;
         case Certainty::No:
             break;
@@ -185,9 +186,8 @@ void addAttemptAfterLast(const Situation& situation, Statements& statements) {
                 {"the service would stay: nothing asks it to terminate after the last session", path});
             break;
         case Certainty::Unknown:
-            statements.push_back({"whether the service would then be asked to terminate: " +
-                                      doubtText(situation),
-                                  kNobody});
+            statements.push_back(
+                {"whether the service would then be asked to terminate: " + doubtText(situation), kNobody});
             break;
     }
 }

@@ -41,8 +41,8 @@ bool writeWhole(int fd, const std::string& content) {
     return written && closed;
 }
 
-// Written beside its place and put there as a whole: whoever has a page keeps it until there is a new one, and
-// nothing is followed that somebody has planted there.
+// Written beside its place and put there as a whole: whoever has a page keeps it until there is a new one,
+// and nothing is followed that somebody has planted there.
 void writeFile(const std::string& path, const std::string& content) {
     constexpr const char* kElsewhere = "another place, or '-' for standard output";
     struct stat present {};

@@ -342,7 +342,8 @@ TEST_F(ZelctlBusTest, ATraceOfACommandThatIsNotKeptIsMissedOnly) {
     m_daemon.answer(2, reportOf(kNoTraces));
 
     EXPECT_EQ(run({"run", "--trace", "why", "--", "sh", "-c", "exit 7"}), 7);
-    EXPECT_THAT(Program::errors(), HasSubstr("does not show the trace; the command is run all the same: the"));
+    EXPECT_THAT(Program::errors(),
+                HasSubstr("does not show the trace; the command is run all the same: the"));
 
     m_daemon.answer(2, report(9, "no report"));
     EXPECT_EQ(run({"run", "--trace", "why", "--", "sh", "-c", "exit 7"}), 7);
