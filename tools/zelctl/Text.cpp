@@ -44,16 +44,27 @@ struct Range {
     std::uint32_t last;
 };
 
-// Controls, separators of lines, and what changes the direction of what follows or is not seen at all.
-constexpr std::array<Range, 9> kUnprintable{{{0x00, 0x1f},
-                                             {0x7f, 0x9f},
-                                             {0x61c, 0x61c},
-                                             {0x200b, 0x200f},
-                                             {0x2028, 0x202e},
-                                             {0x2060, 0x206f},
-                                             {0xfeff, 0xfeff},
-                                             {0xfff9, 0xfffb},
-                                             {0xe0000, 0xe007f}}};
+// Controls, separators of lines, and what Unicode lets a screen ignore: what changes the direction of the
+// text that follows, and what is not seen at all.
+constexpr std::array<Range, 19> kUnprintable{{{0x00, 0x1f},
+                                              {0x7f, 0x9f},
+                                              {0xad, 0xad},
+                                              {0x34f, 0x34f},
+                                              {0x61c, 0x61c},
+                                              {0x115f, 0x1160},
+                                              {0x17b4, 0x17b5},
+                                              {0x180b, 0x180f},
+                                              {0x200b, 0x200f},
+                                              {0x2028, 0x202e},
+                                              {0x2060, 0x206f},
+                                              {0x3164, 0x3164},
+                                              {0xfe00, 0xfe0f},
+                                              {0xfeff, 0xfeff},
+                                              {0xffa0, 0xffa0},
+                                              {0xfff0, 0xfffb},
+                                              {0x1bca0, 0x1bca3},
+                                              {0x1d173, 0x1d17a},
+                                              {0xe0000, 0xe0fff}}};
 
 bool isPrintable(const Character& character) {
     return character.size > 0 &&

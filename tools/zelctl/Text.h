@@ -14,7 +14,8 @@
 
 namespace zelctl {
 
-/** The text with every byte that is not printable UTF-8, and what turns the direction of writing, as \xNN. */
+/** The text with every byte that is not printable UTF-8, what turns the direction of writing, and what is not
+ * seen, as \xNN. */
 std::string printable(std::string_view text);
 
 /** printable(), with what HTML gives a meaning to written as references. */

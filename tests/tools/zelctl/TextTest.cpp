@@ -9,6 +9,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 TEST(TextTest, OrdinaryTextStaysAsItIs) {
     EXPECT_EQ(printable("main > öffnen 画面 🙂 100 %"), "main > öffnen 画面 🙂 100 %");
@@ -33,6 +34,15 @@ TEST(TextTest, WhatTurnsOrHidesTextIsWrittenAsBytes) {
     EXPECT_EQ(printable(character('\x80', '\x8b')), "\\xe2\\x80\\x8b");
     EXPECT_EQ(printable(character('\x80', '\xa8')), "\\xe2\\x80\\xa8");
     EXPECT_EQ(printable(character('\x81', '\xa6')), "\\xe2\\x81\\xa6");
+}
+
+// Two names that look alike must not be taken for one.
+TEST(TextTest, WhatLeavesNoTraceOnAScreenIsWrittenAsBytes) {
+    for (const char* const character :
+         {"\u00ad", "\u034f", "\u115f", "\u17b4", "\u180e", "\u3164", "\ufe0f", "\uffa0", "\U000e0100"}) {
+        EXPECT_THAT(printable(std::string("player") + character), StartsWith("player\\x")) << character;
+    }
+    EXPECT_EQ(printable("\u00ae \u1160\u1161 \u3165 \ufe10"), "\u00ae \\xe1\\x85\\xa0\u1161 \u3165 \ufe10");
 }
 
 TEST(TextTest, WhatIsNoUtf8IsWrittenAsBytes) {
