@@ -57,15 +57,22 @@ class _Tool(Program):
 
 
 class _Terminal(Program):
-    """A shell with job control at a terminal of its own; what stands on the screen is what it prints on stdout."""
+    """A terminal and the leader of its session, a shell with job control unless another command is given; what stands on
+    the screen is what it prints on stdout. Killed, it is a terminal that was closed."""
 
-    def __init__(self):
-        super().__init__(_as_a_job("/usr/bin/script", "--quiet", "--command", "bash --norc --noprofile -i", "/dev/null"),
+    def __init__(self, command="bash --norc --noprofile -i"):
+        super().__init__(_as_a_job("/usr/bin/script", "--quiet", "--command", f"exec {command}", "/dev/null"),
                          stdin=subprocess.PIPE)
 
     def type(self, keys):
         self._process.stdin.write(keys)
         self._process.stdin.flush()
+
+
+def _open_terminal(world, name, *command):
+    if name in world.programs:
+        raise Failed(f"no program {name} yet", "there is one")
+    world.programs[name] = _Terminal(*command)
 
 
 def _words(world, arguments):
@@ -218,9 +225,13 @@ def zelctl_ends_with(world, name, status):
 @step("terminal {name} opens")
 def terminal_opens(world, name):
     """An interactive bash at a terminal of its own; it is a program of that name for other sentences."""
-    if name in world.programs:
-        raise Failed(f"no program {name} yet", "there is one")
-    world.programs[name] = _Terminal()
+    _open_terminal(world, name)
+
+
+@step("terminal {name} opens with {command:text}")
+def terminal_opens_with(world, name, command):
+    """The same with a command in place of the shell, as ssh -t starts one: nothing is between it and the terminal."""
+    _open_terminal(world, name, command)
 
 
 @step("terminal {name} is typed {keys:text}")

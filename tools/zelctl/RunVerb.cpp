@@ -68,11 +68,15 @@ public:
         }
     }
 
-    // A signal of the terminal has reached the command already, unless it left the group.
+    // A signal of the terminal has reached the command already, unless it left the group; but that the
+    // terminal has gone only the leader of the session is told.
     void pass(const signalfd_siginfo& info) const {
-        const bool fromTerminal = info.ssi_code == SI_KERNEL;
-        if (!fromTerminal || getpgid(m_pid) != getpgrp()) {
-            kill(m_pid, static_cast<int>(info.ssi_signo));
+        const int signal = static_cast<int>(info.ssi_signo);
+        const bool leads = getsid(0) == getpid();
+        const bool toGroup =
+            info.ssi_code == SI_KERNEL && !(leads && (signal == SIGHUP || signal == SIGCONT));
+        if (!toGroup || getpgid(m_pid) != getpgrp()) {
+            kill(m_pid, signal);
         }
     }
 
