@@ -8,7 +8,10 @@ does not hold.
 """
 
 import argparse
+import contextlib
+import os
 import pathlib
+import signal
 import sys
 import textwrap
 import time
@@ -69,6 +72,18 @@ def _explain(world, failure):
         print(f"        {entry}")
 
 
+def _stand_alone():
+    """What this process starts hears every signal, whatever whoever started this one ignores, and is told nothing that
+    is meant for others."""
+    for number in signal.valid_signals() - {signal.SIGPIPE, signal.SIGXFSZ}:    # Python's own
+        if signal.getsignal(number) == signal.SIG_IGN:
+            # A signal that is ignored stays so for what is started, one that is caught does not.
+            signal.signal(number, lambda *_: None)
+    # A shell's job leads its process group already.
+    with contextlib.suppress(PermissionError):
+        os.setsid()
+
+
 def _walk(script, world):
     """Does every step; tells whether all held."""
     current = None
@@ -127,6 +142,7 @@ def main():
     path = _SCENARIOS / f"{arguments.scenario}.scenario"
     script = Script(path)
     script.check()
+    _stand_alone()
     world = World(_LIMIT)
     began = time.monotonic()
     try:

@@ -24,11 +24,9 @@ class _Outcome:
     status = None
 
 
-# What a shell with job control does for what it starts: a process group of its own, in which it can be stopped, and
-# no signal ignored.
-_AS_A_JOB = """import os, signal, sys
+# What a shell with job control does for what it starts: a process group of its own, in which it can be stopped.
+_AS_A_JOB = """import os, sys
 os.setpgid(0, 0)
-signal.signal(signal.SIGINT, signal.SIG_DFL)
 os.execv(sys.argv[1], sys.argv[1:])
 """
 
