@@ -90,11 +90,12 @@ std::map<std::string, DaemonTime> openingTimes(unsigned int pid) {
 PageContent pageContent(const Bus& bus, Report report) {
     PageContent content;
     content.report = std::move(report);
-    try {
-        content.sessions = savedSessions();
-    } catch (const std::exception& problem) {
-        std::fprintf(stderr, "zelctl: %s: %s; the page lacks the sessions\n", kStateFile,
-                     printable(problem.what()).c_str());
+    const Situation situation = gatherSessions(bus);
+    content.sessions = openSessions(situation);
+    content.sessionsProblem = situation.sessionsProblem;
+    if (!content.sessionsProblem.empty()) {
+        std::fprintf(stderr, "zelctl: %s; the page lacks the sessions\n",
+                     printable(content.sessionsProblem).c_str());
     }
     content.opened = openingTimes(bus.ownerPid(kDaemonName));
     content.now = daemonNow();

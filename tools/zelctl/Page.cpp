@@ -186,8 +186,7 @@ private:
         if (known != m_content.opened.end()) {
             begin = between(known->second, m_content.now);
             lane.isBeginKnown = true;
-        }
-        if (lane.record != nullptr) {
+        } else if (lane.record != nullptr) {
             for (const Trace& trace : lane.record->traces) {
                 begin = std::max(begin, between(trace.opened, m_content.now));
             }
@@ -267,8 +266,12 @@ private:
             all += record.traces.size();
         }
         m_html += "<dl class=\"facts\">\n";
-        addFact("Open sessions", std::to_string(m_content.sessions.size()),
-                m_content.sessions.empty() ? "nobody holds the service" : "the service is held");
+        if (m_content.sessionsProblem.empty()) {
+            addFact("Open sessions", std::to_string(m_content.sessions.size()),
+                    m_content.sessions.empty() ? "nobody holds the service" : "the service is held");
+        } else {
+            addFact("Open sessions", "unknown", m_content.sessionsProblem, "bad");
+        }
         addFact("Open traces", std::to_string(open), std::to_string(all - open) + " closed lately");
         if (report.lastAttempt) {
             addFact("Last attempt to terminate", report.lastAttemptSucceeded ? "succeeded" : "failed",
@@ -400,7 +403,9 @@ private:
     void addTimeline() {
         m_html += "<h2>Timeline</h2>\n";
         if (m_lanes.empty()) {
-            m_html += "<p class=\"quiet\">No session is open and no trace was left.</p>\n";
+            m_html += m_content.sessionsProblem.empty()
+                          ? "<p class=\"quiet\">No session is open and no trace was left.</p>\n"
+                          : "<p class=\"quiet\">No trace was left.</p>\n";
             return;
         }
         m_html +=

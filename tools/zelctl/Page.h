@@ -20,6 +20,8 @@ struct PageContent {
     Report report;
     /** The open sessions. */
     Sessions sessions;
+    /** Why they are unknown; empty when they are known. */
+    std::string sessionsProblem;
     /** When sessions were opened, as far as the log tells. */
     std::map<std::string, DaemonTime> opened;
     /** The daemon's clock when the report was made. */

@@ -104,6 +104,29 @@ TEST(PageTest, ASessionIsDrawnWithItsTracesOrAlone) {
     EXPECT_THAT(html, HasSubstr("<div class=\"session unsure\" style=\"left:0.00%;width:100.00%\">"));
 }
 
+TEST(PageTest, ASessionThatIsYoungerThanItsTraceIsDrawnFromWhereItWasOpened) {
+    PageContent page = content({{90'000, std::nullopt, "main"}});
+    page.opened = {{":1.7", 95'000}};
+    const std::string html = renderPage(page);
+    page.opened = {{":1.7", 90'000}};
+
+    EXPECT_NE(html, renderPage(page));
+}
+
+TEST(PageTest, SessionsThatAreUnknownAreNotTakenForNone) {
+    PageContent page = content();
+    page.report.records.clear();
+    page.sessions.clear();
+    EXPECT_THAT(renderPage(page), HasSubstr("nobody holds the service"));
+    EXPECT_THAT(renderPage(page), HasSubstr("No session is open"));
+
+    page.sessionsProblem = "it is not a plain file";
+
+    EXPECT_THAT(renderPage(page), HasSubstr("unknown<small>it is not a plain file</small>"));
+    EXPECT_THAT(renderPage(page), Not(HasSubstr("nobody holds")));
+    EXPECT_THAT(renderPage(page), Not(HasSubstr("No session")));
+}
+
 TEST(PageTest, MoreTracesThanALaneHoldsAreInTheList) {
     std::vector<Trace> traces(50, {60'000, std::nullopt, "same"});
 
