@@ -31,11 +31,11 @@ std::string stateOf(const std::optional<Unit>& unit) {
     return state;
 }
 
-std::string stateOf(const Marker& marker) {
+const char* wordFor(const Marker& marker, bool isNew) {
     if (!marker.isPresent) {
-        return "gone";
+        return isNew ? "absent" : "gone";
     }
-    return marker.problem.empty() ? "there" : "wrong: " + marker.problem;
+    return marker.problem.empty() ? "there" : "wrong";
 }
 
 std::string formatted(const char* format, std::uint64_t time, const char* fractionFormat,
@@ -56,16 +56,17 @@ std::string formatted(const char* format, std::uint64_t time, const char* fracti
 
 }  // namespace
 
-std::vector<Change> sessionChanges(const Sessions& before, const Sessions& now) {
+std::vector<Change> sessionChanges(const std::optional<Sessions>& before, const Sessions& now) {
     std::vector<Change> changes;
-    for (const auto& [id, holder] : before) {
+    const Sessions known = before.value_or(Sessions());
+    for (const auto& [id, holder] : known) {
         if (now.count(id) == 0) {
             changes.push_back(sessionChange("closed", id, holder));
         }
     }
     for (const auto& [id, holder] : now) {
-        if (before.count(id) == 0) {
-            changes.push_back(sessionChange("opened", id, holder));
+        if (known.count(id) == 0) {
+            changes.push_back(sessionChange(before ? "opened" : "open", id, holder));
         }
     }
     return changes;
@@ -74,13 +75,15 @@ std::vector<Change> sessionChanges(const Sessions& before, const Sessions& now) 
 std::vector<Change> markerChanges(const std::vector<Marker>& before, const std::vector<Marker>& now) {
     std::vector<Change> changes;
     for (std::size_t i = 0; i < now.size(); ++i) {
-        const std::string state = stateOf(now[i]);
-        if (i >= before.size() || stateOf(before[i]) != state) {
+        const Marker& marker = now[i];
+        const bool isNew = i >= before.size();
+        if (isNew || before[i].isPresent != marker.isPresent || before[i].problem != marker.problem) {
+            const char* const word = wordFor(marker, isNew);
             changes.push_back(
                 {"marker",
-                 now[i].isPresent ? (now[i].problem.empty() ? "there" : "wrong") : "gone",
-                 now[i].path + " is " + state,
-                 {{"path", now[i].path}, {"means", now[i].meaning}, {"problem", now[i].problem}}});
+                 word,
+                 marker.path + " is " + word + (marker.problem.empty() ? "" : ": " + marker.problem),
+                 {{"path", marker.path}, {"means", marker.meaning}, {"problem", marker.problem}}});
         }
     }
     return changes;
@@ -100,7 +103,8 @@ std::vector<Change> unitChanges(const std::string& kind, const std::optional<Uni
 
 std::vector<Change> logChanges(const Event& event) {
     const bool isSession = event.kind == EventKind::Opened || event.kind == EventKind::Closed;
-    if (isSession && event.values[0] == "1") {
+    // The table of sessions tells.
+    if ((isSession && event.values[0] == "1") || event.kind == EventKind::WindowGone) {
         return {};
     }
     Change change{"log", wordFor(event.kind), eventText(event), {}};

@@ -30,10 +30,10 @@ struct Change {
     std::vector<std::pair<std::string, std::string>> details;
 };
 
-/** Sessions that were opened or closed. */
-std::vector<Change> sessionChanges(const Sessions& before, const Sessions& now);
+/** Sessions that were opened or closed; those that are open, where none were seen before. */
+std::vector<Change> sessionChanges(const std::optional<Sessions>& before, const Sessions& now);
 
-/** Markers that appeared or went, or that somebody has planted. */
+/** Markers that appeared or went, or that somebody has planted; all of them, where none were seen before. */
 std::vector<Change> markerChanges(const std::vector<Marker>& before, const std::vector<Marker>& now);
 
 /** A unit in another state; none when it is in the same. @param kind  what the unit is here */

@@ -93,7 +93,8 @@ private:
     std::optional<Unit> m_service;
     std::optional<Unit> m_daemon;
     std::vector<Marker> m_markers;
-    Sessions m_sessions;
+    // None before they were first seen.
+    std::optional<Sessions> m_sessions;
     std::string m_problem;
     Journal m_journal;
 };

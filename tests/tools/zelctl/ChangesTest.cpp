@@ -31,6 +31,8 @@ TEST(ChangesTest, SessionsAreOpenedAndClosed) {
                 ElementsAre("session closed: closed :1.7 (player, process 42)",
                             "session opened: opened ##_WM_USE_HINTS_WIN__winID_5 (a window)"));
     EXPECT_THAT(sessionChanges(now, now), IsEmpty());
+    // Not opened just now: found.
+    EXPECT_EQ(sessionChanges(std::nullopt, now).front().what, "open");
 }
 
 TEST(ChangesTest, MarkersComeAndGoAndArePlanted) {
@@ -46,6 +48,7 @@ TEST(ChangesTest, MarkersComeAndGoAndArePlanted) {
     EXPECT_THAT(textsOf(markerChanges({there}, {planted})),
                 ElementsAre("marker wrong: /tmp/zel_restart is wrong: a symbolic link"));
     EXPECT_THAT(markerChanges({there}, {touched}), IsEmpty());
+    EXPECT_THAT(textsOf(markerChanges({}, {gone})), ElementsAre("marker absent: /tmp/zel_restart is absent"));
 }
 
 TEST(ChangesTest, AUnitInAnotherStateOrProcessIsAChange) {
