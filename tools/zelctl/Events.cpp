@@ -20,7 +20,7 @@ struct Pattern {
 };
 
 // One row for each line that means something.
-constexpr std::array<Pattern, 20> kPatterns{{
+constexpr std::array<Pattern, 21> kPatterns{{
     {EventKind::FirstStart, "daemon-first-start", "TCZelDaemonStateManager", "First boot up",
      "the daemon has started, for the first time since boot"},
     {EventKind::StartedAgain, "daemon-started-again", "TCZelDaemonStateManager", "ZEL was running before",
@@ -39,6 +39,8 @@ constexpr std::array<Pattern, 20> kPatterns{{
      "%1 (%2, process %3) holds a session, but the service could not be started for it"},
     {EventKind::Closed, "close-call", "m_Close", "Closed session, ok(%), sessionId(%), progName(%), pid(%)",
      ""},
+    {EventKind::WindowGone, "window-gone", "RemoveFromActiveClients", "Removing client winId:% app_pid:%",
+     "window %1 has gone"},
     {EventKind::OwnerGone, "owner-gone", "CheckPIDs", "Application not running, pid(%)",
      "process %1, which held a session, is gone"},
     {EventKind::AttemptScheduled, "attempt-scheduled", "m_tryTerminateWithDelay",

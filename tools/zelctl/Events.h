@@ -34,6 +34,8 @@ enum class EventKind {
     OpenedInVain,
     /** An application gave its session back. Values: whether it had one, session, program, process. */
     Closed,
+    /** A window is not on the screen any more, and its session closed. Values: window, process. */
+    WindowGone,
     /** The process that held a restored session is gone. Value: process. */
     OwnerGone,
     /** An attempt will be made. Value: in how many seconds. */

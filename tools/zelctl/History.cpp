@@ -46,6 +46,9 @@ void History::add(const Event& event, std::int64_t time) {
                 m_unsaved.clear();
             }
             break;
+        case EventKind::WindowGone:
+            m_unsaved.erase(windowSession(event.values[0]));
+            break;
         case EventKind::AttemptScheduled:
             m_scheduled = true;
             m_due.push_back(time + std::int64_t{std::atoi(event.values[0].c_str())} * 1000);

@@ -65,6 +65,10 @@ Sessions parseSessions(std::string_view content) {
     return sessions;
 }
 
+std::string windowSession(const std::string& window) {
+    return std::string(kWindow) + window;
+}
+
 const char* kindOf(const std::string& sessionId) {
     return sessionId.compare(0, kWindow.size(), kWindow) == 0 ? "window" : "application";
 }

@@ -32,6 +32,9 @@ using Sessions = std::map<std::string, Holder>;
  */
 Sessions parseSessions(std::string_view content);
 
+/** The id of a window's session. */
+std::string windowSession(const std::string& window);
+
 /** What holds the session of that id: "application" or "window". */
 const char* kindOf(const std::string& sessionId);
 

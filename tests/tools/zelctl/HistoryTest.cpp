@@ -9,6 +9,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Key;
 using ::testing::Pair;
 
 class HistoryTest : public ::testing::Test {
@@ -45,6 +46,15 @@ TEST_F(HistoryTest, AnAttemptWhoseLineIsLostGoesWithTheNext) {
     says(EventKind::AttemptDue);
 
     EXPECT_THAT(m_history.dueAttempts(), ElementsAre(13'000));
+}
+
+TEST_F(HistoryTest, AWindowThatHasGoneHoldsNothingThatWasNotSaved) {
+    says(EventKind::OpenedInVain, {"##_WM_USE_HINTS_WIN__winID_3", "", ""});
+    says(EventKind::OpenedInVain, {"##_WM_USE_HINTS_WIN__winID_33", "", ""});
+
+    says(EventKind::WindowGone, {"3", "42"});
+
+    EXPECT_THAT(m_history.unsaved(), ElementsAre(Key("##_WM_USE_HINTS_WIN__winID_33")));
 }
 
 TEST_F(HistoryTest, AnAttemptThatSessionsRefuseNamesThem) {
