@@ -53,7 +53,9 @@ void addService(const Situation& situation, Statements& statements) {
                                                       : "the daemon does not take the service for terminated",
                               kDaemon});
         if (*situation.isTerminated && state == "running") {
-            statements.push_back({"somebody else has started the service: the daemon did not", kDaemon});
+            statements.push_back(
+                {"the service runs all the same: somebody else has started it, or it is just being started",
+                 kDaemon});
         }
     } else {
         statements.push_back(
@@ -71,11 +73,9 @@ void addTrigger(const Situation& situation, Statements& statements) {
     if (const auto& problem = situation.history.problem()) {
         statements.push_back({"then " + eventText(*problem), kLog});
     }
-    if (situation.history.isEmpty()) {
+    if (!situation.logProblem.empty()) {
         statements.push_back(
-            {"the daemon's log can't be read, so triggers, refusals and pending attempts are unknown; "
-             "root and members of systemd-journal can read it",
-             "the journal"});
+            {"triggers, refusals and pending attempts are unknown: " + situation.logProblem, "the journal"});
     }
 }
 
@@ -156,8 +156,9 @@ std::string dueText(const Situation& situation, std::int64_t due) {
 }
 
 void addAttempts(const Situation& situation, Statements& statements) {
-    statements.push_back({"the last attempt to terminate it: " + lastAttemptText(situation),
-                          situation.history.lastAttempt() ? "the report, the daemon's log" : "the report"});
+    statements.push_back(
+        {"the last attempt to terminate it: " + lastAttemptText(situation),
+         loggedAttempt(situation) != nullptr ? "the report, the daemon's log" : "the report"});
     for (const std::int64_t due : situation.history.dueAttempts()) {
         statements.push_back({"the next attempt is " + dueText(situation, due), kLog});
     }

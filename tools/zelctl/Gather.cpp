@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Gather.h"
 
+#include <unistd.h>
+
 #include <ctime>
 #include <exception>
 
@@ -32,11 +34,25 @@ void lookAtFiles(Situation& situation) {
 void lookAtJournal(const Bus& bus, Situation& situation) {
     const unsigned int pid = situation.daemon ? situation.daemon->pid : situation.daemonOwner;
     if (pid == 0) {
+        situation.logProblem = "the daemon does not run";
         return;
     }
     situation.history = historyOf(pid);
+    if (situation.history.isEmpty()) {
+        situation.logProblem =
+            geteuid() == 0 ? "the journal has no line of the daemon that runs"
+                           : "the daemon's log can't be read; root and members of systemd-journal can";
+    }
     situation.history.forgetUnsaved(
         [&bus](const std::string& id) { return id.compare(0, 1, ":") == 0 && !bus.has(id); });
+}
+
+void lookAround(const Bus& bus, Situation& situation) {
+    situation.daemon = bus.unit(kDaemonUnit);
+    situation.daemonOwner = bus.ownerPid(kDaemonName);
+    lookAtService(bus, situation);
+    lookAtFiles(situation);
+    lookAtJournal(bus, situation);
 }
 
 void askDaemon(const Bus& bus, Gathered& gathered) {
@@ -49,6 +65,7 @@ void askDaemon(const Bus& bus, Gathered& gathered) {
     } catch (const Trouble& trouble) {
         gathered.trouble = trouble;
         situation.daemonProblem = trouble.what();
+        situation.isDaemonSilent = trouble.status() == kNoAnswer;
     }
 }
 
@@ -62,18 +79,15 @@ void lookAtService(const Bus& bus, Situation& situation) {
 
 Situation gatherSessions(const Bus& bus) {
     Situation situation;
-    situation.daemon = bus.unit(kDaemonUnit);
-    situation.daemonOwner = bus.ownerPid(kDaemonName);
-    lookAtService(bus, situation);
-    lookAtFiles(situation);
-    lookAtJournal(bus, situation);
+    lookAround(bus, situation);
     return situation;
 }
 
+// The daemon may take its time, so it is asked first: all is then of the moment in which it has answered.
 Gathered gather(const Bus& bus) {
     Gathered gathered;
-    gathered.situation = gatherSessions(bus);
     askDaemon(bus, gathered);
+    lookAround(bus, gathered.situation);
     gathered.situation.daemonTime = daemonNow();
     gathered.situation.monotonic = monotonicNow();
     return gathered;

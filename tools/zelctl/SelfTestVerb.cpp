@@ -177,7 +177,9 @@ Finding makeRoundTrip(Subject& subject) {
     const std::string id = bus.uniqueName();
     if (!daemon.open()) {
         daemon.close();
-        return wrong("the service could not be started", "systemctl status zel_deamon.service", kNotStarted);
+        return wrong("the daemon reports no success: the service could not be started or told",
+                     "what the checks beside this one say, and systemctl status zel_deamon.service",
+                     kNotStarted);
     }
     const bool saved = isSaved(id);
     if (!daemon.close()) {
@@ -192,7 +194,7 @@ Finding makeRoundTrip(Subject& subject) {
 
 Finding checkSession(Subject& subject) {
     if (!subject.situation.isTerminated) {
-        return skipped("the daemon does not answer");
+        return skipped("the daemon has not answered");
     }
     const std::string effect = sideEffect(subject.situation);
     if (!effect.empty() && !subject.withSession) {
@@ -322,9 +324,9 @@ constexpr std::array<Check, 11> kChecks{{{"systemd", checkSystemd},
                                          {"call", checkCall},
                                          {"report", checkReport},
                                          {"state file", checkStateFile},
+                                         {"markers", checkMarkers},
                                          {"session", checkSession},
                                          {"service", checkControl},
-                                         {"markers", checkMarkers},
                                          {"clock", checkClock},
                                          {"compositor", checkCompositor}}};
 

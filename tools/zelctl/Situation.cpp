@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 #include "Text.h"
 
@@ -66,8 +67,11 @@ std::string pendingText(const Situation& situation) {
     for (const std::int64_t due : situation.history.dueAttempts()) {
         texts.push_back("in " + spanText(std::max<std::int64_t>(due - situation.monotonic, 0)));
     }
+    if (daemonState(situation) == "absent") {
+        return "none without the daemon";
+    }
     if (texts.empty()) {
-        return situation.history.isEmpty() ? "unknown: the daemon's log can't be read" : "none";
+        return situation.logProblem.empty() ? "none" : "unknown: " + situation.logProblem;
     }
     return joined(texts);
 }
@@ -131,7 +135,7 @@ Json::Value attemptJson(const Situation& situation) {
     json["succeeded"] = report->lastAttemptSucceeded;
     json["outcome"] = Json::Value();
     json["reasons"] = Json::Value(Json::arrayValue);
-    if (const auto& attempt = situation.history.lastAttempt()) {
+    if (const Attempt* const attempt = loggedAttempt(situation)) {
         json["outcome"] = textOf(attempt->outcome).word;
         for (const std::string& reason : attempt->reasons) {
             json["reasons"].append(reason);
@@ -152,7 +156,10 @@ std::string daemonState(const Situation& situation) {
     if (situation.daemonOwner == 0) {
         return "absent";
     }
-    return situation.isTerminated ? "running" : "silent";
+    if (situation.isTerminated) {
+        return "running";
+    }
+    return situation.isDaemonSilent ? "silent" : "unknown";
 }
 
 // systemd knows what runs; only the daemon, or the marker that it leaves, tells an agreed end from another.
@@ -161,7 +168,8 @@ std::string serviceState(const Situation& situation) {
         return situation.serviceOwner != 0 ? "running" : "unknown";
     }
     const std::string& active = situation.service->active;
-    const bool restart = situation.markers.size() > kRestart && situation.markers[kRestart].isPresent;
+    const bool restart = situation.markers.size() > kRestart && situation.markers[kRestart].isPresent &&
+                         situation.markers[kRestart].problem.empty();
     if (active == "activating") {
         return restart ? "restarting" : "starting";
     }
@@ -177,6 +185,19 @@ std::string serviceState(const Situation& situation) {
     return situation.isTerminated.value_or(restart) ? "terminated" : "stopped";
 }
 
+// The log may be a line behind the report, or ahead of it.
+const Attempt* loggedAttempt(const Situation& situation) {
+    constexpr std::int64_t kTolerated = 1000;
+    const auto& attempt = situation.history.lastAttempt();
+    const auto& report = situation.report;
+    if (!attempt || !report || !report->lastAttempt) {
+        return nullptr;
+    }
+    const std::int64_t apart = (situation.monotonic - attempt->time) -
+                               std::int64_t{between(*report->lastAttempt, situation.daemonTime)};
+    return std::abs(apart) <= kTolerated ? &*attempt : nullptr;
+}
+
 std::string lastAttemptText(const Situation& situation) {
     const auto& report = situation.report;
     if (!report) {
@@ -187,8 +208,8 @@ std::string lastAttemptText(const Situation& situation) {
     }
     std::string text = spanText(between(*report->lastAttempt, situation.daemonTime)) + " ago, " +
                        (report->lastAttemptSucceeded ? "succeeded" : "failed");
-    const auto& attempt = situation.history.lastAttempt();
-    if (!attempt) {
+    const Attempt* const attempt = loggedAttempt(situation);
+    if (attempt == nullptr) {
         return text;
     }
     text += std::string(": ") + textOf(attempt->outcome).text;
@@ -243,7 +264,7 @@ std::string statusJson(const Situation& situation) {
         situation.isTerminated ? Json::Value(*situation.isTerminated) : Json::Value();
     json["sessions"] = situation.sessionsProblem.empty() ? sessionsValue(situation) : Json::Value();
     json["lastAttempt"] = attemptJson(situation);
-    json["nextAttempts"] = situation.history.isEmpty() ? Json::Value() : Json::Value(Json::arrayValue);
+    json["nextAttempts"] = !situation.logProblem.empty() ? Json::Value() : Json::Value(Json::arrayValue);
     for (const std::int64_t due : situation.history.dueAttempts()) {
         json["nextAttempts"].append(static_cast<double>(due - situation.monotonic) / 1000);
     }

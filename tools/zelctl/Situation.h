@@ -62,13 +62,17 @@ struct Situation {
     std::optional<Report> report;
     /** Why the daemon did not say or give something; empty when it did. */
     std::string daemonProblem;
+    /** Whether that was because it did not answer. */
+    bool isDaemonSilent = false;
     Sessions sessions;
     /** Why the sessions are unknown; empty when they are known. */
     std::string sessionsProblem;
     std::vector<Marker> markers;
     std::vector<Marker> switches;
-    /** The log of the running daemon; empty when it can't be read. */
+    /** The log of the running daemon. */
     History history;
+    /** Why the log tells nothing; empty when it does. */
+    std::string logProblem;
     /** The clocks when this was gathered. */
     DaemonTime daemonTime = 0;
     std::int64_t monotonic = 0;
@@ -79,8 +83,13 @@ struct Situation {
  */
 std::string serviceState(const Situation& situation);
 
-/** One word for the daemon: running, silent (it has its name and does not answer), absent. */
+/** One word for the daemon: running, silent (it has its name and does not answer), absent, unknown (it may
+ * not be asked, or its answer makes no sense). */
 std::string daemonState(const Situation& situation);
+
+/** What the log tells of the last attempt in the report; null when it tells nothing, or of another attempt.
+ */
+const Attempt* loggedAttempt(const Situation& situation);
 
 /** The last attempt to terminate the service: when, with what result, and why. */
 std::string lastAttemptText(const Situation& situation);

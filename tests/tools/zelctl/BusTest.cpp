@@ -30,9 +30,11 @@
 
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -55,6 +57,25 @@ Bytes reportOf(const std::string& text) {
 constexpr const char* kNoTraces =
     R"({ "zel-lite" : null, "LastTryTerminateTime" : "", "LastTryTerminateResult" : "",)"
     R"( "TvViewerState" : "", "TvViewerStateChangeTime" : "" })";
+
+constexpr const char* kStateFile = "/tmp/zel_lite_sessions_state.txt";
+
+// A table of the first connections of a bus.
+std::string stateOf(std::int32_t sessions) {
+    std::string state;
+    const auto add = [&state](std::int32_t value) {
+        state.append(reinterpret_cast<const char*>(&value), sizeof value);
+    };
+    add(sessions);
+    for (std::int32_t i = 0; i < sessions; ++i) {
+        for (const std::string& text :
+             {":1." + std::to_string(i), std::string("player"), std::string("42")}) {
+            add(static_cast<std::int32_t>(text.size()));
+            state += text;
+        }
+    }
+    return state;
+}
 
 // Has the daemon's name and answers each method with the bytes that a test gives for it.
 class FakeDaemon {
@@ -301,6 +322,58 @@ TEST_F(ZelctlBusTest, SystemdThatSaysNothingIsNotWaitedForLong) {
     EXPECT_EQ(program.wait(), 1);
     EXPECT_THAT(Program::output(), HasSubstr("service         unknown\n"));
     EXPECT_THAT(Program::errors(), HasSubstr("systemd: it does not say how the service is; try: "));
+}
+
+// It may take its time, in which things change.
+TEST_F(ZelctlBusTest, AllIsLookedAtWhenTheDaemonHasAnswered) {
+    m_daemon.answer(5, ints({0, 0}));
+    m_daemon.answer(2, reportOf(kNoTraces));
+    m_daemon.before(5, [] { writeFile(kStateFile, stateOf(1)); });
+
+    run({"status"});
+
+    EXPECT_THAT(Program::output(), HasSubstr("sessions        1 session open\n"));
+    unlink(kStateFile);
+}
+
+class ZelctlSelfTestTest : public ZelctlBusTest {
+protected:
+    ZelctlSelfTestTest() {
+        m_daemon.answer(0, ints({0}));
+        m_daemon.answer(1, ints({0}));
+        m_daemon.answer(2, reportOf(kNoTraces));
+        m_daemon.answer(5, ints({0, 0}));
+    }
+    ~ZelctlSelfTestTest() override { unlink(kStateFile); }
+
+private:
+    // Somebody has the service's name, so it runs.
+    std::unique_ptr<sdbus::IConnection> m_service = sdbus::createSystemBusConnection("com.brenlow.ZELDaemon");
+};
+
+TEST_F(ZelctlSelfTestTest, AServiceThatSomebodyElseHasStartedIsLeftAlone) {
+    m_daemon.answer(5, ints({0, 1}));
+
+    run({"self-test", "--timeout", "1"});
+
+    EXPECT_THAT(Program::output(),
+                HasSubstr("left out: it would start the service, which the daemon takes for terminated"));
+    EXPECT_THAT(m_daemon.called(), Not(Contains(0)));
+}
+
+TEST_F(ZelctlSelfTestTest, ASessionThatIsNotSavedIsWrong) {
+    EXPECT_EQ(run({"self-test", "--with-session", "--timeout", "1"}), 1);
+
+    EXPECT_THAT(Program::output(), HasSubstr("WRONG session     "));
+    EXPECT_THAT(Program::output(), HasSubstr("did not have the session"));
+}
+
+TEST_F(ZelctlSelfTestTest, ASessionThatStaysSavedIsWrong) {
+    writeFile(kStateFile, stateOf(100));
+
+    EXPECT_EQ(run({"self-test", "--with-session", "--timeout", "1"}), 1);
+
+    EXPECT_THAT(Program::output(), HasSubstr("still has the session"));
 }
 
 TEST_F(ZelctlBusTest, WhenTheBusGoesTheCommandRunsOn) {

@@ -39,11 +39,14 @@ TEST(ExplanationTest, ItSaysWhatNobodyCanKnow) {
 
 TEST(ExplanationTest, WithoutTheLogItSaysWhatIsMissing) {
     Situation situation = ordinarySet();
-    EXPECT_THAT(explained(situation), HasSubstr("the daemon's log can't be read"));
+    situation.logProblem = "it can't be read";
+    EXPECT_THAT(explained(situation),
+                HasSubstr("triggers, refusals and pending attempts are unknown: it can't be read\n"));
 
+    situation.logProblem.clear();
     situation.history.add({EventKind::Trigger, {"0", "1", "0", "1", "5"}}, 1);
 
-    EXPECT_THAT(explained(situation), Not(HasSubstr("the daemon's log can't be read")));
+    EXPECT_THAT(explained(situation), Not(HasSubstr("are unknown")));
     EXPECT_THAT(
         explained(situation),
         HasSubstr(

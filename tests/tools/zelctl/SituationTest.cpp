@@ -72,9 +72,40 @@ TEST(SituationTest, ADaemonThatHasItsNameAndSaysNothingIsSilent) {
 
     EXPECT_EQ(daemonState(situation), "running");
     situation.isTerminated.reset();
+    situation.isDaemonSilent = true;
     EXPECT_EQ(daemonState(situation), "silent");
     situation.daemonOwner = 0;
     EXPECT_EQ(daemonState(situation), "absent");
+}
+
+// The bus may have kept the question from it.
+TEST(SituationTest, ADaemonThatCouldNotBeAskedIsNotSilent) {
+    Situation situation = ordinarySet();
+    situation.isTerminated.reset();
+
+    EXPECT_EQ(daemonState(situation), "unknown");
+}
+
+TEST(SituationTest, AMarkerThatSomebodyElseHasLeftTellsNoAgreedEnd) {
+    Situation situation = ordinarySet();
+    situation.service->active = "inactive";
+    situation.isTerminated.reset();
+    situation.markers[kRestart].isPresent = true;
+    situation.markers[kRestart].problem = "owned by user 7, not by root";
+
+    EXPECT_EQ(serviceState(situation), "stopped");
+}
+
+TEST(SituationTest, ReasonsOfAnotherAttemptAreNotTold) {
+    Situation situation = ordinarySet();
+    situation.report->lastAttempt = 40'000;
+    situation.history.add({EventKind::Attempt, {}}, 20'000);
+    situation.history.add({EventKind::RefusedByService, {"running", "0", "2"}}, 20'001);
+    EXPECT_EQ(lastAttemptText(situation), "20.0 s ago, failed");
+    EXPECT_TRUE(parsed(statusJson(situation))["lastAttempt"]["outcome"].isNull());
+
+    situation.history.add({EventKind::Attempt, {}}, 50'000);
+    EXPECT_EQ(lastAttemptText(situation), "20.0 s ago, failed");
 }
 
 TEST(SituationTest, ALastAttemptIsToldWithItsReason) {
@@ -139,12 +170,13 @@ TEST(SituationTest, WhatIsNotKnownIsSaidToBeUnknown) {
     Situation situation = ordinarySet();
     situation.sessionsProblem = "it is a symbolic link";
     situation.service.reset();
+    situation.logProblem = "the log can't be read";
 
     const std::string text = statusText(situation);
 
     EXPECT_THAT(text, HasSubstr("sessions        unknown: it is a symbolic link\n"));
     EXPECT_THAT(text, HasSubstr("systemd could not be asked\n"));
-    EXPECT_THAT(text, HasSubstr("next attempt    unknown: the daemon's log can't be read\n"));
+    EXPECT_THAT(text, HasSubstr("next attempt    unknown: the log can't be read\n"));
     const Json::Value json = parsed(statusJson(situation));
     EXPECT_TRUE(json["sessions"].isNull());
     EXPECT_TRUE(json["service"]["active"].isNull());
