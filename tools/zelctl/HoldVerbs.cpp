@@ -10,11 +10,9 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 
-#include "Files.h"
+#include "Holding.h"
 #include "Loop.h"
-#include "Report.h"
 #include "Text.h"
 #include "Verbs.h"
 
@@ -26,6 +24,7 @@ constexpr std::initializer_list<int> kEnding{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // From now on a signal says that it is enough; before that nothing may be held that has to be closed.
 void endWithSignal(Loop& loop, const char* what) {
+    loop.surviveBrokenPipes();
     loop.onSignals(kEnding, [&loop](const signalfd_siginfo& /*info*/) { loop.stop(); });
     loop.onBusLost([what] {
         throw Trouble(kNoBus, "the system bus", std::string("it has gone, and the ") + what + " with it",
@@ -75,23 +74,11 @@ bool isOwn(int socket) {
     return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == geteuid();
 }
 
-// A trace that was opened outlives its process, so it is closed whatever came of asking for it.
 void makeSureOfTrace(Daemon& daemon, std::int64_t id) {
-    try {
-        if (!daemon.keepsTrace()) {
-            throw Trouble(
-                kFailed, "trace " + std::to_string(id), "the daemon did not keep it",
-                "without the switch /etc/zel-lite/zel_lite_disable_tracing, which it reads when it starts");
-        }
-    } catch (const std::exception&) {
-        const std::exception_ptr trouble = std::current_exception();
-        try {
-            daemon.closeTrace(id);
-        } catch (const std::exception&) {
-            // What went wrong first is what is told.
-            std::rethrow_exception(trouble);
-        }
-        throw;
+    if (!daemon.keepsTrace()) {
+        throw Trouble(
+            kFailed, "trace " + std::to_string(id), "the daemon did not keep it",
+            "without the switch /etc/zel-lite/zel_lite_disable_tracing, which it reads when it starts");
     }
 }
 
@@ -109,9 +96,10 @@ void listenAt(const Socket& socket, std::int64_t id) {
 Status open(bool keep, std::chrono::seconds limit) {
     const Bus bus;
     Daemon daemon(bus);
-    if (!daemon.open(limit)) {
+    Holding holding(daemon);
+    if (!holding.openSession(limit)) {
         if (!keep) {
-            daemon.close();
+            holding.close();
             throw Trouble(kNotStarted, "zel_deamon.service",
                           "the service could not be started, and the session was closed again",
                           "systemctl status zel_deamon.service; --keep holds the session all the same");
@@ -123,7 +111,7 @@ Status open(bool keep, std::chrono::seconds limit) {
     print("session " + printable(bus.uniqueName()) + " is open until this process (" +
           std::to_string(getpid()) + ") ends\n");
     loop.run();
-    daemon.close();
+    holding.close();
     return kDone;
 }
 
@@ -144,13 +132,14 @@ Status openTrace(std::int64_t id, const std::string& text, Language language, st
             ::close(caller);
         }
     });
-    daemon.openTrace(id, text, language);
+    Holding holding(daemon);
+    holding.openTrace(id, text, language);
     makeSureOfTrace(daemon, id);
     print("trace " + std::to_string(id) + " of " + printable(bus.uniqueName()) +
           " is open until this process (" + std::to_string(getpid()) + ") ends\n");
     loop.run();
     const Socket answered(closer);
-    daemon.closeTrace(id);
+    holding.close();
     if (closer >= 0) {
         send(closer, "", 1, MSG_NOSIGNAL);
     }

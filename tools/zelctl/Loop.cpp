@@ -105,6 +105,11 @@ void Loop::onSignals(std::initializer_list<int> signals, std::function<void(cons
     }
 }
 
+// Blocked and not ignored, so that what this process starts has the signal as it found it.
+void Loop::surviveBrokenPipes() {
+    onSignals({SIGPIPE}, [](const signalfd_siginfo& /*info*/) {});
+}
+
 void Loop::onBusLost(std::function<void()> call) {
     onBusSignal(
         "type='signal',sender='org.freedesktop.DBus.Local',interface='org.freedesktop.DBus.Local',"

@@ -30,6 +30,8 @@ public:
     /** Blocks signals, for good, and calls for each that comes while the loop runs; what was ignored stays
      * ignored. */
     void onSignals(std::initializer_list<int> signals, std::function<void(const signalfd_siginfo&)> call);
+    /** Has writing fail, for good, where nobody reads any more; it would end the process. */
+    void surviveBrokenPipes();
     /** Calls when the bus has gone. */
     void onBusLost(std::function<void()> call);
     /** Calls when a descriptor can be read. */

@@ -10,9 +10,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 #include <optional>
 
+#include "Holding.h"
 #include "Loop.h"
 #include "Text.h"
 #include "Verbs.h"
@@ -107,63 +107,32 @@ private:
     pid_t m_pid = -1;
 };
 
-// The session, and the trace if there is one. Both are closed before whoever waits goes on; the session would
-// also end with the connection, but a trace would not.
-class Holding {
-public:
-    explicit Holding(Daemon& daemon) : m_daemon(daemon) {}
-    ~Holding() {
-        try {
-            close();
-        } catch (const std::exception& problem) {
-            std::fprintf(stderr, "zelctl: the session could not be closed in good order: %s\n",
-                         problem.what());
-        }
-    }
-    Holding(const Holding&) = delete;
-    Holding& operator=(const Holding&) = delete;
-
-    // The command is worth more than the trace: one that is not kept is only missed.
-    void trace(const std::string& text) {
-        m_traced = true;
-        m_daemon.openTrace(kTraceId, text, Language::Cpp);
-        std::string problem = "the set is without tracing";
-        try {
-            if (m_daemon.keepsTrace()) {
-                return;
-            }
-        } catch (const Trouble& trouble) {
-            problem = trouble.what();
-        }
-        std::fprintf(stderr,
-                     "zelctl: the daemon does not show the trace; the command is run all the same: %s\n",
-                     problem.c_str());
-    }
-    // Both went with the bus.
-    void lose() { m_lost = true; }
-
-private:
-    void close() {
-        if (m_lost) {
+// The command is worth more than the trace: one that is not kept is only missed.
+void leaveTrace(Holding& holding, Daemon& daemon, const std::string& text) {
+    std::string problem = "the set is without tracing";
+    try {
+        holding.openTrace(kTraceId, text, Language::Cpp);
+        if (daemon.keepsTrace()) {
             return;
         }
-        if (m_traced) {
-            m_daemon.closeTrace(kTraceId);
+    } catch (const Trouble& trouble) {
+        if (trouble.status() == kNoBus) {
+            // The session has gone as well.
+            throw;
         }
-        m_daemon.close();
+        problem = trouble.what();
     }
-
-    Daemon& m_daemon;
-    bool m_traced = false;
-    bool m_lost = false;
-};
+    std::fprintf(stderr, "zelctl: the daemon does not show the trace; the command is run all the same: %s\n",
+                 problem.c_str());
+}
 
 }  // namespace
 
 int run(const std::vector<std::string>& command, const std::string& trace, std::chrono::seconds limit) {
     const Bus bus;
     Daemon daemon(bus);
-    if (!daemon.open(limit)) {
+    Holding holding(daemon);
+    if (!holding.openSession(limit)) {
         throw Trouble(kNotStarted, "zel_deamon.service",
                       "the service could not be started, so the command was not run",
                       "systemctl status zel_deamon.service");
@@ -173,7 +142,6 @@ int run(const std::vector<std::string>& command, const std::string& trace, std::
     // Whoever started this process may have had its own children collected by the kernel.
     signal(SIGCHLD, SIG_DFL);
     Loop loop(bus);
-    Holding holding(daemon);
     std::optional<Command> running;
     std::optional<int> status;
     loop.onSignals({SIGCHLD}, [&](const signalfd_siginfo& /*info*/) {
@@ -184,12 +152,12 @@ int run(const std::vector<std::string>& command, const std::string& trace, std::
     });
     loop.onSignals({SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGTSTP, SIGCONT},
                    [&](const signalfd_siginfo& info) { running->pass(info); });
-    loop.onBusLost([&holding] {
-        holding.lose();
+    loop.onBusLost([] {
         std::fputs("zelctl: the bus has gone, and the session with it; the command runs on\n", stderr);
     });
+    loop.surviveBrokenPipes();
     if (!trace.empty()) {
-        holding.trace(trace);
+        leaveTrace(holding, daemon, trace);
     }
     running.emplace(command, mask);
     loop.run();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What zelctl can do: a table of verbs, each with its options.
+#include <fcntl.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
@@ -198,9 +199,20 @@ Request parse(std::vector<std::string> words, std::array<Choice, kVerbs.size()>&
     return request;
 }
 
+// A socket must not take the place of what was closed, and be written to. The other way round than it is
+// used: that it was closed shows as before.
+void occupyStandardStreams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) < 0) {
+            open("/dev/null", (fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardStreams();
     std::array<Choice, kVerbs.size()> choices;
     const Request request = parse({argv + (argc > 0 ? 1 : 0), argv + argc}, choices);
     if (!request.action) {

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -54,9 +55,41 @@ Bytes reportOf(const std::string& text) {
     return report(static_cast<std::int32_t>(text.size()), text);
 }
 
-constexpr const char* kNoTraces =
-    R"({ "zel-lite" : null, "LastTryTerminateTime" : "", "LastTryTerminateResult" : "",)"
-    R"( "TvViewerState" : "", "TvViewerStateChangeTime" : "" })";
+// A report with one record, or null.
+std::string reportWith(const std::string& records) {
+    return R"({ "zel-lite" : )" + records +
+           R"(, "LastTryTerminateTime" : "", "LastTryTerminateResult" : "", "TvViewerState" : "",)"
+           R"( "TvViewerStateChangeTime" : "" })";
+}
+
+const std::string kNoTraces = reportWith("null");
+
+std::string openTraceOf(pid_t pid) {
+    return reportWith(R"([{ "PID" : ")" + std::to_string(pid) +
+                      R"(", "ProcessName" : "zelctl", "Language" : "C/C++", "TerminationTime" : "",)"
+                      R"( "StackTraces" : [{ "CreationTime" : "1.0", "StackTrace" : "why" }] }])");
+}
+
+// A descriptor of this process, closed with it.
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor() { close(m_fd); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    operator int() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+int pipeWithoutReader() {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    return ends[1];
+}
 
 constexpr const char* kStateFile = "/tmp/zel_lite_sessions_state.txt";
 
@@ -86,10 +119,12 @@ public:
             .onInterface("com.brenlow.ZELLite.SignalIFace")
             .implementedAs(
                 [this](const std::string& /*interface*/, std::int32_t method, const Bytes& /*request*/) {
-                    const std::lock_guard<std::mutex> lock(m_mutex);
+                    std::unique_lock<std::mutex> lock(m_mutex);
                     m_called.push_back(method);
                     if (method == m_hookedMethod) {
+                        lock.unlock();
                         m_hook();
+                        lock.lock();
                     }
                     return m_replies[method];
                 });
@@ -145,7 +180,11 @@ private:
 // A zelctl that was started, killed when nobody waited for its end.
 class Program {
 public:
-    explicit Program(std::vector<std::string> arguments) {
+    static constexpr int kToFile = -1;
+    static constexpr int kClosed = -2;
+
+    // Its standard output and errors are files, closed, or descriptors of this process.
+    explicit Program(std::vector<std::string> arguments, int output = kToFile, int errors = kToFile) {
         std::vector<char*> argv{const_cast<char*>("zelctl")};
         for (std::string& argument : arguments) {
             argv.push_back(argument.data());
@@ -153,10 +192,8 @@ public:
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions{};
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, kOutput, O_WRONLY | O_CREAT | O_TRUNC,
-                                         0600);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, kErrors, O_WRONLY | O_CREAT | O_TRUNC,
-                                         0600);
+        direct(actions, STDOUT_FILENO, output, kOutput);
+        direct(actions, STDERR_FILENO, errors, kErrors);
         EXPECT_EQ(posix_spawn(&m_pid, ZELCTL, &actions, nullptr, argv.data(), environ), 0);
         posix_spawn_file_actions_destroy(&actions);
     }
@@ -186,6 +223,16 @@ public:
     static std::string errors() { return readFile(kErrors); }
 
 private:
+    static void direct(posix_spawn_file_actions_t& actions, int fd, int where, const char* file) {
+        if (where == kClosed) {
+            posix_spawn_file_actions_addclose(&actions, fd);
+        } else if (where == kToFile) {
+            posix_spawn_file_actions_addopen(&actions, fd, file, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        } else {
+            posix_spawn_file_actions_adddup2(&actions, where, fd);
+        }
+    }
+
     static constexpr const char* kOutput = "/tmp/zelctl.out";
     static constexpr const char* kErrors = "/tmp/zelctl.err";
 
@@ -201,6 +248,22 @@ protected:
     }
 
     static int run(const std::vector<std::string>& arguments) { return Program(arguments).wait(); }
+
+    // A trace that the daemon keeps, of a process that can't say so.
+    void expectClosedAgain(int output, const std::string& problem) {
+        std::promise<pid_t> started;
+        m_daemon.answer(3, ints({0}));
+        m_daemon.answer(4, ints({0}));
+        m_daemon.before(2, [&] { m_daemon.answer(2, reportOf(openTraceOf(started.get_future().get()))); });
+        Program program({"trace", "open", "why"}, output);
+        started.set_value(program.pid());
+
+        EXPECT_TRUE(becomesTrue([&program] { return program.hasEnded(); }));
+        kill(program.pid(), SIGKILL);
+        EXPECT_EQ(program.wait(), 1);
+        EXPECT_THAT(Program::errors(), HasSubstr("zelctl: standard output: " + problem + "; try: "));
+        EXPECT_THAT(m_daemon.called(), ElementsAre(3, 2, 4));
+    }
 
     static PrivateBus m_bus;
     FakeDaemon m_daemon;
@@ -268,6 +331,56 @@ TEST_F(ZelctlBusTest, ATraceOfWhichTheDaemonDoesNotTellIsClosedAgain) {
     m_daemon.answer(2, report(2, "{}"));
     EXPECT_NE(run({"trace", "open", "why"}), 0);
     EXPECT_THAT(m_daemon.called(), ElementsAre(3, 2, 4, 3, 2, 4));
+}
+
+TEST_F(ZelctlBusTest, ATraceIsClosedAgainWhenStandardOutputIsFull) {
+    const Descriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+
+    expectClosedAgain(full, "No space left on device");
+}
+
+TEST_F(ZelctlBusTest, ATraceIsClosedAgainWhenNobodyReadsStandardOutput) {
+    const Descriptor abandoned(pipeWithoutReader());
+
+    expectClosedAgain(abandoned, "Broken pipe");
+}
+
+TEST_F(ZelctlBusTest, ATraceIsClosedAgainWhenStandardOutputIsClosed) {
+    expectClosedAgain(Program::kClosed, "Bad file descriptor");
+}
+
+// The daemon comes to the opening all the same, later.
+TEST_F(ZelctlBusTest, ATraceThatWasNotOpenedInTimeIsClosedAgain) {
+    m_daemon.answer(3, ints({0}));
+    m_daemon.answer(4, ints({0}));
+    std::promise<void> isFree;
+    m_daemon.before(3, [&isFree] { isFree.get_future().wait(); });
+
+    EXPECT_EQ(run({"trace", "open", "--timeout", "1", "why"}), 75);
+
+    isFree.set_value();
+    EXPECT_TRUE(becomesTrue([this] { return m_daemon.called() == std::vector<std::int32_t>{3, 4}; }));
+}
+
+TEST_F(ZelctlBusTest, NoSessionIsHeldWithoutAPlaceToSaySo) {
+    m_daemon.answer(0, ints({0}));
+    m_daemon.answer(1, ints({0}));
+    const Descriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+
+    EXPECT_EQ(Program({"open"}, full).wait(), 1);
+    EXPECT_THAT(Program::errors(), HasSubstr("zelctl: standard output: No space left on device; try: "));
+    EXPECT_EQ(Program({"open"}, Program::kClosed).wait(), 1);
+    EXPECT_THAT(Program::errors(), HasSubstr("zelctl: standard output: Bad file descriptor; try: "));
+    EXPECT_THAT(m_daemon.called(), ElementsAre(0, 1, 0, 1));
+}
+
+// Not with something of zelctl's own there.
+TEST_F(ZelctlBusTest, WhatWasClosedIsClosedForTheCommandToo) {
+    m_daemon.answer(0, ints({0}));
+    m_daemon.answer(1, ints({0}));
+
+    EXPECT_EQ(Program({"run", "--", "sh", "-c", "[ ! -e /proc/self/fd/1 ]"}, Program::kClosed).wait(), 0);
+    EXPECT_EQ(run({"run", "--", "sh", "-c", "[ -e /proc/self/fd/1 ]"}), 0);
 }
 
 TEST_F(ZelctlBusTest, WhoLeavesCallersOfATraceWaitingIsNotWaitedFor) {
@@ -408,6 +521,20 @@ TEST_F(ZelctlBusTest, ASignalThatWasIgnoredStaysIgnored) {
     EXPECT_EQ(program.wait(), 68);
 }
 
+TEST_F(ZelctlBusTest, ACommandIsWaitedForAlsoWhereChildrenWereIgnored) {
+    m_daemon.answer(0, ints({0}));
+    m_daemon.answer(1, ints({0}));
+    signal(SIGCHLD, SIG_IGN);
+    Program program({"run", "--", "sh", "-c", "while [ ! -e /tmp/enough ]; do sleep 0.01; done; exit 7"});
+    signal(SIGCHLD, SIG_DFL);
+    writeFile("/tmp/enough", "");
+
+    EXPECT_TRUE(becomesTrue([&program] { return program.hasEnded(); }));
+    kill(program.pid(), SIGKILL);
+    EXPECT_EQ(program.wait(), 7);
+    unlink("/tmp/enough");
+}
+
 TEST_F(ZelctlBusTest, ATraceOfACommandThatIsNotKeptIsMissedOnly) {
     for (const std::int32_t method : {0, 1, 3, 4}) {
         m_daemon.answer(method, ints({0}));
@@ -421,6 +548,40 @@ TEST_F(ZelctlBusTest, ATraceOfACommandThatIsNotKeptIsMissedOnly) {
     m_daemon.answer(2, report(9, "no report"));
     EXPECT_EQ(run({"run", "--trace", "why", "--", "sh", "-c", "exit 7"}), 7);
     EXPECT_THAT(Program::errors(), HasSubstr("all the same: the daemon's report: "));
+
+    m_daemon.answer(3, {1, 2});
+    EXPECT_EQ(run({"run", "--trace", "why", "--", "sh", "-c", "exit 7"}), 7);
+    EXPECT_THAT(Program::errors(), HasSubstr("all the same: the daemon, com.brenlow.ZELLite: its answer is"));
+    EXPECT_THAT(m_daemon.called(), ElementsAre(0, 3, 2, 4, 1, 0, 3, 2, 4, 1, 0, 3, 4, 1));
+}
+
+// Nobody hears that the trace is missed, and the command runs on.
+TEST_F(ZelctlBusTest, ACommandIsRunAlsoWhereNobodyReadsTheErrors) {
+    for (const std::int32_t method : {0, 1, 3, 4}) {
+        m_daemon.answer(method, ints({0}));
+    }
+    m_daemon.answer(2, reportOf(kNoTraces));
+    const Descriptor abandoned(pipeWithoutReader());
+
+    EXPECT_EQ(
+        Program({"run", "--trace", "why", "--", "sh", "-c", "kill -PIPE $$"}, Program::kToFile, abandoned)
+            .wait(),
+        128 + SIGPIPE);
+    EXPECT_THAT(m_daemon.called(), ElementsAre(0, 3, 2, 4, 1));
+}
+
+TEST_F(ZelctlBusTest, WhenTheBusGoesBeforeTheCommandIsRunItIsNotRun) {
+    m_daemon.answer(0, ints({0}));
+    std::promise<void> hasGone;
+    m_daemon.before(3, [&hasGone] { hasGone.get_future().wait(); });
+    Program program({"run", "--trace", "why", "--", "touch", "/tmp/ran"});
+    ASSERT_TRUE(becomesTrue([this] { return m_daemon.called().size() == 2; }));
+
+    m_bus.stop();
+
+    EXPECT_EQ(program.wait(), 68);
+    EXPECT_FALSE(exists("/tmp/ran"));
+    hasGone.set_value();
 }
 
 TEST_F(ZelctlBusTest, WhenTheBusGoesNothingIsHeldAnyMore) {
