@@ -116,7 +116,8 @@ std::atomic<std::size_t> largestAllocation{0};
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: with only one of a pair inlined, GCC takes the two for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     largestAllocation = std::max(largestAllocation.load(), size);
     void* memory = std::malloc(size);
     if (memory == nullptr) {
@@ -125,11 +126,11 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 
