@@ -100,11 +100,14 @@ Status open(bool keep, std::chrono::seconds limit) {
     if (!holding.openSession(limit)) {
         if (!keep) {
             holding.close();
-            throw Trouble(kNotStarted, "zel_deamon.service",
-                          "the service could not be started, and the session was closed again",
-                          "systemctl status zel_deamon.service; --keep holds the session all the same");
+            throw Trouble(kNotStarted, "the daemon reports no success",
+                          "the service could not be started or told, and the session was closed again",
+                          "zelctl self-test; --keep holds the session all the same");
         }
-        std::fputs("zelctl: the service could not be started; the session is held all the same\n", stderr);
+        std::fputs(
+            "zelctl: the daemon reports no success: the service could not be started or told; "
+            "the session is held all the same\n",
+            stderr);
     }
     Loop loop(bus);
     endWithSignal(loop, "session");

@@ -133,9 +133,9 @@ int run(const std::vector<std::string>& command, const std::string& trace, std::
     Daemon daemon(bus);
     Holding holding(daemon);
     if (!holding.openSession(limit)) {
-        throw Trouble(kNotStarted, "zel_deamon.service",
-                      "the service could not be started, so the command was not run",
-                      "systemctl status zel_deamon.service");
+        throw Trouble(kNotStarted, "the daemon reports no success",
+                      "the service could not be started or told, so the command was not run",
+                      "zelctl self-test");
     }
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);

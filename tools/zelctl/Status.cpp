@@ -22,7 +22,7 @@ constexpr std::array<Row, 13> kStatuses{{
     {kNoBus, "no system bus, or one that does not answer"},
     {kNoDaemon, "no daemon on the bus"},
     {kBadAnswer, "the daemon's answer makes no sense"},
-    {kNotStarted, "'open', 'run': the service could not be started"},
+    {kNotStarted, "'open', 'run': the service could not be started or told"},
     {kNoAnswer, "the daemon does not answer in time"},
     {kNotPermitted, "not permitted"},
     {kNotExecutable, "'run': CMD can't be executed"},

@@ -45,7 +45,7 @@ Status report(bool json, const std::string& html, std::chrono::seconds limit);
 /**
  * Holds a session until a signal ends the program.
  *
- * @param keep  hold it also when the service could not be started
+ * @param keep  hold it also when the service could not be started or told
  */
 Status open(bool keep, std::chrono::seconds limit);
 

@@ -91,7 +91,8 @@ void declareRun(CLI::App& verb, Choice& choice) {
 }
 
 void declareOpen(CLI::App& verb, Choice& choice) {
-    verb.add_flag("--keep", choice.keep, "Hold the session also when the service could not be started");
+    verb.add_flag("--keep", choice.keep,
+                  "Hold the session also when the service could not be started or told");
     addTimeout(verb, choice.openTimeout);
     choice.action = [&choice] { return zelctl::open(choice.keep, choice.openLimit()); };
 }
