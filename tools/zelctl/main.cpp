@@ -65,6 +65,9 @@ void declareReport(CLI::App& verb, Choice& choice) {
     CLI::Option* const json = verb.add_flag("--json", choice.json, "Print the daemon's document as it is");
     verb.add_option("--html", choice.html, "Write a page to FILE, or to standard output for '-'")
         ->type_name("FILE")
+        ->check([](const std::string& path) {
+            return path.empty() ? "the name of the file is empty" : std::string();
+        })
         ->excludes(json);
     addTimeout(verb, choice.timeout);
     choice.action = [&choice] { return zelctl::report(choice.json, choice.html, choice.limit()); };
@@ -85,6 +88,9 @@ void declareRun(CLI::App& verb, Choice& choice) {
     verb.parse_complete_callback([&choice] {
         if (choice.command.empty()) {
             throw CLI::RequiredError("a command behind --");
+        }
+        if (choice.command.front().empty()) {
+            throw CLI::ValidationError("CMD", "the command is empty");
         }
     });
     choice.action = [&choice] { return zelctl::run(choice.command, choice.text, choice.openLimit()); };
@@ -177,6 +183,9 @@ Request parse(std::vector<std::string> words, std::array<Choice, kVerbs.size()>&
     CLI::App app("Looks at zel-lite, and asks it for what an application can.", "zelctl");
     app.require_subcommand(1);
     app.footer(zelctl::statusTable());
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return "zelctl: " + CLI::FailureMessage::simple(failed, error);
+    });
     for (std::size_t i = 0; i < kVerbs.size(); ++i) {
         const Verb& verb = kVerbs.at(i);
         Choice& choice = choices.at(i);

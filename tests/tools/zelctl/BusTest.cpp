@@ -23,6 +23,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/Files.h"
@@ -292,6 +293,26 @@ TEST_F(ZelctlBusTest, AReportThatIsNoReportIsPassedOnButNotRead) {
     EXPECT_THAT(Program::errors(), HasSubstr("the daemon's report: "));
     EXPECT_EQ(run({"report", "--html", "/tmp/page.html"}), 70);
     EXPECT_FALSE(exists("/tmp/page.html"));
+}
+
+TEST_F(ZelctlBusTest, ACommandLineThatMakesNoSenseIsRefusedAndSaidToBe) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> kRefused{
+        {{}, "zelctl: A subcommand is required\n"},
+        {{"no-such-verb"}, "zelctl: A subcommand is required\n"},
+        {{"status", "--no-such-option"},
+         "zelctl: The following argument was not expected: --no-such-option\n"},
+        {{"run", "--"}, "zelctl: a command behind -- is required\n"},
+        {{"run", "--", ""}, "zelctl: CMD: the command is empty\n"},
+        {{"run", "--", "", "word"}, "zelctl: CMD: the command is empty\n"},
+        {{"report", "--html", ""}, "zelctl: --html: the name of the file is empty\n"},
+    };
+    m_daemon.answer(2, reportOf(kNoTraces));
+    for (const auto& [arguments, message] : kRefused) {
+        EXPECT_EQ(run(arguments), 2) << message;
+        EXPECT_EQ(Program::output(), "");
+        EXPECT_EQ(Program::errors(), message + "Run with --help for more information.\n");
+    }
+    EXPECT_THAT(m_daemon.called(), IsEmpty());
 }
 
 TEST_F(ZelctlBusTest, AnAnswerThatIsTooShortIsRefused) {
