@@ -171,6 +171,15 @@ std::vector<std::string> takeCommand(std::vector<std::string>& words) {
     return command;
 }
 
+// Asked when all is read, so that a word that is no verb has been named before.
+void requireVerb(CLI::App& app) {
+    app.callback([&app] {
+        if (app.get_subcommands().empty()) {
+            throw CLI::RequiredError("A verb");
+        }
+    });
+}
+
 // Reads the command line; what it asks for, or the exit status when there is nothing to do.
 struct Request {
     std::function<int()> action;
@@ -181,7 +190,8 @@ Request parse(std::vector<std::string> words, std::array<Choice, kVerbs.size()>&
     Request request{{}, zelctl::kDone};
     const std::vector<std::string> command = takeCommand(words);
     CLI::App app("Looks at zel-lite, and asks it for what an application can.", "zelctl");
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
+    requireVerb(app);
     app.footer(zelctl::statusTable());
     app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
         return "zelctl: " + CLI::FailureMessage::simple(failed, error);
@@ -192,7 +202,8 @@ Request parse(std::vector<std::string> words, std::array<Choice, kVerbs.size()>&
         CLI::App& parent = verb.parent == nullptr ? app : *app.get_subcommand(verb.parent);
         CLI::App& added = *parent.add_subcommand(verb.name, verb.description);
         if (verb.declare == nullptr) {
-            added.require_subcommand(1);
+            added.require_subcommand(0, 1);
+            requireVerb(added);
             continue;
         }
         choice.command = command;

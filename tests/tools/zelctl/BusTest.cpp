@@ -297,8 +297,9 @@ TEST_F(ZelctlBusTest, AReportThatIsNoReportIsPassedOnButNotRead) {
 
 TEST_F(ZelctlBusTest, ACommandLineThatMakesNoSenseIsRefusedAndSaidToBe) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> kRefused{
-        {{}, "zelctl: A subcommand is required\n"},
-        {{"no-such-verb"}, "zelctl: A subcommand is required\n"},
+        {{}, "zelctl: A verb is required\n"},
+        {{"trace"}, "zelctl: A verb is required\n"},
+        {{"no-such-verb"}, "zelctl: The following argument was not expected: no-such-verb\n"},
         {{"status", "--no-such-option"},
          "zelctl: The following argument was not expected: --no-such-option\n"},
         {{"run", "--"}, "zelctl: a command behind -- is required\n"},
