@@ -13,6 +13,7 @@ using Statements = std::vector<Statement>;
 
 constexpr const char* kDaemon = "the daemon";
 constexpr const char* kLog = "the daemon's log";
+constexpr const char* kJournal = "the journal";
 constexpr const char* kStateFile = "/tmp/zel_lite_sessions_state.txt";
 constexpr const char* kNobody = "can't be known from outside";
 
@@ -75,7 +76,7 @@ void addTrigger(const Situation& situation, Statements& statements) {
     }
     if (!situation.logProblem.empty()) {
         statements.push_back(
-            {"triggers, refusals and pending attempts are unknown: " + situation.logProblem, "the journal"});
+            {"triggers, refusals and pending attempts are unknown: " + situation.logProblem, kJournal});
     }
 }
 
@@ -260,6 +261,10 @@ std::vector<Statement> foresee(const Situation& situation, const std::set<std::s
     }
     for (const std::int64_t due : situation.history.dueAttempts()) {
         statements.push_back(forecast(situation, due, !left.empty()));
+    }
+    if (!situation.logProblem.empty()) {
+        statements.push_back(
+            {"whether an attempt is due already is unknown: " + situation.logProblem, kJournal});
     }
     return statements;
 }

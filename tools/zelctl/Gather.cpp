@@ -32,7 +32,8 @@ void lookAtFiles(Situation& situation) {
 
 // An owner that left without a word to the log is seen on the bus alone.
 void lookAtJournal(const Bus& bus, Situation& situation) {
-    const unsigned int pid = situation.daemon ? situation.daemon->pid : situation.daemonOwner;
+    const unsigned int pid =
+        situation.daemon && situation.daemon->pid != 0 ? situation.daemon->pid : situation.daemonOwner;
     if (pid == 0) {
         situation.logProblem = "the daemon does not run";
         return;

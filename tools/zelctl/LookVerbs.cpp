@@ -123,7 +123,7 @@ Status complain(const Gathered& gathered) {
 
 void print(const std::string& text) {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
-        throw Trouble(kFailed, "standard output", std::strerror(errno), "a place with room");
+        throw Trouble(kFailed, "standard output", std::strerror(errno), "a place that can be written to");
     }
 }
 

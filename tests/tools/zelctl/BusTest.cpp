@@ -240,6 +240,17 @@ private:
     pid_t m_pid = -1;
 };
 
+// A unit that counts how often somebody wants to know something of it.
+std::unique_ptr<sdbus::IObject> countReads(sdbus::IConnection& systemd, const std::string& unit, int& asked) {
+    auto object = sdbus::createObject(systemd, unit);
+    object->registerProperty("LoadState").onInterface("org.freedesktop.systemd1.Unit").withGetter([&asked] {
+        ++asked;
+        return std::string("loaded");
+    });
+    object->finishRegistration();
+    return object;
+}
+
 class ZelctlBusTest : public ::testing::Test {
 protected:
     // Each test has a bus of its own.
@@ -446,17 +457,24 @@ TEST_F(ZelctlBusTest, ABusThatAcceptsAndSaysNothingIsNotWaitedFor) {
     unlink("/tmp/silent-bus");
 }
 
-TEST_F(ZelctlBusTest, SystemdThatSaysNothingIsNotWaitedForLong) {
+TEST_F(ZelctlBusTest, SystemdThatSaysNothingIsWaitedForOnceAndNotLong) {
     m_daemon.answer(5, ints({0, 0}));
     m_daemon.answer(2, reportOf(kNoTraces));
-    // Has its name and reads nothing.
+    // Has its name, and reads nothing before zelctl has ended.
     const auto systemd = sdbus::createSystemBusConnection("org.freedesktop.systemd1");
+    int asked = 0;
+    const std::string units = "/org/freedesktop/systemd1/unit/";
+    const auto daemon = countReads(*systemd, units + "zel_2dlite_2eservice", asked);
+    const auto service = countReads(*systemd, units + "zel_5fdeamon_2eservice", asked);
 
     Program program({"status", "--timeout", "1"});
     EXPECT_TRUE(becomesTrue([&program] { return program.hasEnded(); }));
     EXPECT_EQ(program.wait(), 1);
     EXPECT_THAT(Program::output(), HasSubstr("service         unknown\n"));
     EXPECT_THAT(Program::errors(), HasSubstr("systemd: it does not say how the service is; try: "));
+    while (systemd->processPendingRequest()) {
+    }
+    EXPECT_EQ(asked, 1);
 }
 
 // It may take its time, in which things change.

@@ -214,6 +214,16 @@ TEST(ExplanationTest, AnAttemptThatIsDueIsMadeWhenNobodyIsLeft) {
                 HasSubstr("the attempt that is due in 7.000 s would ask the service to terminate, unless"));
 }
 
+TEST(ExplanationTest, WithoutTheLogNobodyKnowsWhetherAnAttemptIsDue) {
+    Situation situation = ordinarySet();
+    EXPECT_THAT(foreseen(situation, {":1.7"}), Not(HasSubstr("is due")));
+
+    situation.logProblem = "it can't be read";
+
+    EXPECT_THAT(foreseen(situation, {":1.7"}),
+                HasSubstr("whether an attempt is due already is unknown: it can't be read\n"));
+}
+
 TEST(ExplanationTest, AServiceThatIsTakenForTerminatedIsAskedNothing) {
     Situation situation = ordinarySet();
     situation.isTerminated = true;

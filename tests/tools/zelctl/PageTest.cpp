@@ -107,10 +107,8 @@ TEST(PageTest, ASessionIsDrawnWithItsTracesOrAlone) {
 TEST(PageTest, ASessionThatIsYoungerThanItsTraceIsDrawnFromWhereItWasOpened) {
     PageContent page = content({{90'000, std::nullopt, "main"}});
     page.opened = {{":1.7", 95'000}};
-    const std::string html = renderPage(page);
-    page.opened = {{":1.7", 90'000}};
 
-    EXPECT_NE(html, renderPage(page));
+    EXPECT_THAT(renderPage(page), HasSubstr("<div class=\"session\" style=\"left:52.38%;width:47.62%\">"));
 }
 
 TEST(PageTest, SessionsThatAreUnknownAreNotTakenForNone) {
