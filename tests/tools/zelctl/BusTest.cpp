@@ -549,16 +549,18 @@ TEST_F(ZelctlBusTest, WhenTheBusGoesTheCommandRunsOn) {
 // Started by nohup, or in the background by a shell without job control.
 TEST_F(ZelctlBusTest, ASignalThatWasIgnoredStaysIgnored) {
     m_daemon.answer(0, ints({0}));
-    signal(SIGHUP, SIG_IGN);
-    Program program({"open"});
-    signal(SIGHUP, SIG_DFL);
-    ASSERT_TRUE(becomesTrue([] { return !Program::output().empty(); }));
+    m_daemon.answer(1, ints({0}));
+    const auto before = signal(SIGHUP, SIG_IGN);
+    Program program({"run", "--", "env", "--default-signal=HUP", "sh", "-c",
+                     "trap 'exit 9' HUP; trap 'exit 7' USR1; echo up; while true; do sleep 0.01; done"});
+    signal(SIGHUP, before);
+    ASSERT_TRUE(becomesTrue([] { return Program::output() == "up\n"; }));
 
     kill(program.pid(), SIGHUP);
-    m_bus.stop();
+    kill(program.pid(), SIGUSR1);
 
-    // The signal would have ended it in good order, and before.
-    EXPECT_EQ(program.wait(), 68);
+    // What is heard is passed on, in this order.
+    EXPECT_EQ(program.wait(), 7);
 }
 
 TEST_F(ZelctlBusTest, ACommandIsWaitedForAlsoWhereChildrenWereIgnored) {
