@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -32,16 +33,26 @@ void RemovePlantedFile(const char* path) {
     }
 }
 
-TCFileDescriptor Refuse() {
+// Whether an open file belongs to this user alone; if not, errno is that of fstat, or EPERM.
+bool IsOwn(const TCFileDescriptor& file, nlink_t maxNames) {
+    struct stat status {};
+    if (fstat(file.Get(), &status) != 0) {
+        return false;
+    }
+    if (IsOwnRegularFile(status) && status.st_nlink <= maxNames) {
+        return true;
+    }
     errno = EPERM;
-    return TCFileDescriptor();
+    return false;
 }
 
 }  // namespace
 
 TCFileDescriptor::~TCFileDescriptor() {
     if (m_fd >= 0) {
+        const int cause = errno;
         close(m_fd);
+        errno = cause;
     }
 }
 
@@ -56,9 +67,8 @@ bool IsSymbolicLink(const char* path) {
 
 TCFileDescriptor OpenOwnFile(const char* path) {
     TCFileDescriptor file(open(path, O_RDONLY | kGuards));
-    struct stat status {};
-    if (file && (fstat(file.Get(), &status) != 0 || !IsOwnRegularFile(status))) {
-        return Refuse();
+    if (!file || !IsOwn(file, std::numeric_limits<nlink_t>::max())) {
+        return TCFileDescriptor();
     }
     return file;
 }
@@ -66,14 +76,9 @@ TCFileDescriptor OpenOwnFile(const char* path) {
 TCFileDescriptor CreateOwnFile(const char* path) {
     RemovePlantedFile(path);
     TCFileDescriptor file(open(path, O_WRONLY | O_CREAT | kGuards, kDefaultMode));
-    struct stat status {};
-    if (!file) {
-        return file;
-    }
-    // Truncated only now: what was opened is known, whatever was planted meanwhile.
-    if (fstat(file.Get(), &status) != 0 || !IsOwnRegularFile(status) || HasOtherNames(status) ||
-        ftruncate(file.Get(), 0) != 0) {
-        return Refuse();
+    // Truncated only after the look at the open file: something may have been planted before the opening.
+    if (!file || !IsOwn(file, 1) || ftruncate(file.Get(), 0) != 0) {
+        return TCFileDescriptor();
     }
     return file;
 }

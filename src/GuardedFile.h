@@ -10,7 +10,7 @@
 #ifndef ZEL_LITE_GUARDED_FILE_H
 #define ZEL_LITE_GUARDED_FILE_H
 
-/** Owns a file descriptor. */
+/** Owns a file descriptor. Closing it leaves errno as it was. */
 class TCFileDescriptor {
 public:
     TCFileDescriptor() = default;
@@ -35,7 +35,8 @@ bool IsSymbolicLink(const char* path);
 /**
  * Opens a regular file of this user for reading.
  *
- * @return the file, or none with errno set; EPERM where it is not a regular file or somebody else's
+ * @return the file, or none with errno set: EPERM for something that is not a regular file of this user,
+ * otherwise the error of the call that failed
  */
 TCFileDescriptor OpenOwnFile(const char* path);
 
@@ -44,7 +45,8 @@ TCFileDescriptor OpenOwnFile(const char* path);
  * writing. A regular file that somebody else planted, or that has another name besides, is replaced by a new
  * one.
  *
- * @return the file, or none with errno set; EPERM where it is no regular file of this user
+ * @return the file, or none with errno set: EPERM for something that is not a regular file of this user with
+ * this name only, otherwise the error of the call that failed
  */
 TCFileDescriptor CreateOwnFile(const char* path);
 

@@ -18,17 +18,49 @@ constexpr const char* kPath = "/tmp/guarded";
 constexpr const char* kVictim = "/tmp/victim";
 constexpr uid_t kStranger = 1234;
 
+// What the calls fail with; 0 for the real call.
+int statError = 0;
+int truncateError = 0;
+int closeError = 0;
+
 class GuardedFileTest : public testing::Test {
 protected:
     GuardedFileTest() {
         unlink(kPath);
         unlink(kVictim);
         rmdir(kPath);
+        statError = 0;
+        truncateError = 0;
+        closeError = 0;
         errno = 0;
     }
 };
 
+int failWith(int error) {
+    errno = error;
+    return -1;
+}
+
 }  // namespace
+
+extern "C" int __real_fstat(int fd, struct stat* status);
+extern "C" int __wrap_fstat(int fd, struct stat* status);
+extern "C" int __wrap_fstat(int fd, struct stat* status) {
+    return statError == 0 ? __real_fstat(fd, status) : failWith(statError);
+}
+
+extern "C" int __real_ftruncate(int fd, off_t size);
+extern "C" int __wrap_ftruncate(int fd, off_t size);
+extern "C" int __wrap_ftruncate(int fd, off_t size) {
+    return truncateError == 0 ? __real_ftruncate(fd, size) : failWith(truncateError);
+}
+
+extern "C" int __real_close(int fd);
+extern "C" int __wrap_close(int fd);
+extern "C" int __wrap_close(int fd) {
+    const int result = __real_close(fd);
+    return closeError == 0 ? result : failWith(closeError);
+}
 
 TEST_F(GuardedFileTest, AMissingFileIsCreatedEmptyWithTheProcessesMode) {
     const mode_t before = umask(022);
@@ -189,6 +221,29 @@ TEST_F(GuardedFileTest, ALinkIsNotRead) {
     EXPECT_FALSE(OpenOwnFile(kPath));
 
     EXPECT_EQ(errno, ELOOP);
+}
+
+TEST_F(GuardedFileTest, AFileThatCannotBeExaminedIsNotOpenedAndTheCauseIsKept) {
+    writeFile(kPath, "x");
+    statError = EIO;
+    closeError = EBADF;
+
+    EXPECT_FALSE(OpenOwnFile(kPath));
+    EXPECT_EQ(errno, EIO);
+    errno = 0;
+    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(readFile(kPath), "x");
+}
+
+TEST_F(GuardedFileTest, AFileThatCannotBeTruncatedIsNotCreatedAndTheCauseIsKept) {
+    writeFile(kPath, "x");
+    truncateError = EDQUOT;
+    closeError = EBADF;
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_EQ(errno, EDQUOT);
 }
 
 TEST_F(GuardedFileTest, OnlyALinkItselfIsALink) {
