@@ -21,25 +21,11 @@ constexpr unsigned int kTraceIdOffset = 0;
 constexpr unsigned int kLengthOffset = 8;
 constexpr unsigned int kTextOffset = 12;
 constexpr int kNoText = -1;
+// No request is longer, so a text can't be either.
+constexpr int kMaxText = 1024 * 1024;
 
 int ToStatus(bool ok) {
     return ok ? kStatusOk : kStatusFailed;
-}
-
-// The length is the client's word: one that the request cannot hold counts as absent, so nobody makes the
-// daemon allocate or read what is not there.
-int ReadTextLength(TCMessageBuffer& request) {
-    int length = kNoText;
-    if (!request.ReadInt(&length, kLengthOffset) || length == kNoText) {
-        return kNoText;
-    }
-    const unsigned int size = request.GetContentSize();
-    if (length < 0 || static_cast<unsigned int>(length) > size - kTextOffset) {
-        ZEL_LOG_FROM("m_OpenDebugTrace", DLOG_ERROR, "Request can not hold the trace, length(%d), size(%u)",
-                     length, size);
-        return kNoText;
-    }
-    return length;
 }
 
 }  // namespace
@@ -136,14 +122,20 @@ bool SessionControlNative::m_OpenDebugTrace(int /*method*/, TCMessageBuffer& req
                                             TCMessageBuffer& reply) {
     long long traceId = 0;
     request.ReadLongLong(&traceId, kTraceIdOffset);
-    const int length = ReadTextLength(request);
+    int length = kNoText;
+    request.ReadInt(&length, kLengthOffset);
+    // A length that no request can have counts as 0 and leaves the language unread, so the daemon allocates
+    // nothing for it.
+    const bool isPossible = length >= kNoText && length <= kMaxText;
     // One zero more than the text has, which stays part of it.
-    std::string stackTrace(static_cast<std::size_t>(length + 1), '\0');
-    if (length > 0) {
-        request.ReadConcatenated(static_cast<unsigned long>(length), stackTrace.data(), kTextOffset);
-    }
+    std::string stackTrace(isPossible ? static_cast<std::size_t>(length + 1) : 1, '\0');
     int language = 0;
-    request.ReadInt(&language, kTextOffset + static_cast<unsigned int>(length));
+    if (isPossible) {
+        if (length > 0) {
+            request.ReadConcatenated(static_cast<unsigned long>(length), stackTrace.data(), kTextOffset);
+        }
+        request.ReadInt(&language, kTextOffset + static_cast<unsigned int>(length));
+    }
     m_sessionControl.OpenDebugTrace(request.m_senderName, traceId, stackTrace,
                                     m_getExePath(m_callersObserver.GetPid()), m_callersObserver.GetProgName(),
                                     m_callersObserver.GetPid(),

@@ -145,8 +145,6 @@ constexpr std::array kKnownLines{
     KnownLine{"SessionControl.cpp", "GetDebugInfo", kInfo, "Ignore record"},
     KnownLine{"SessionControlNative.cpp", "m_GetSessionsDebugInfo", kError,
               "Get Sessions Debug Info, jsonSize(%d)"},
-    KnownLine{"SessionControlNative.cpp", "m_OpenDebugTrace", kError,
-              "Request can not hold the trace, length(%d), size(%u)"},
     KnownLine{"SessionControlNative.cpp", "m_getExePath", kError, "readlink failed, pid(%s)"},
     KnownLine{"SessionControlNative.cpp", "m_getExePath", kError, "PATH_MAX reached, pid(%s)"},
     KnownLine{"ZELLiteWaylandNotificationReceiver.cpp", "Start", kError, "Already launched!"},

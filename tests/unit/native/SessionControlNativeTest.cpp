@@ -242,28 +242,47 @@ TEST_F(SessionControlNativeTest, WithALengthOfMinusOneTheLanguageIsReadAtOffsetE
     EXPECT_THAT(FakeDlog::lines(), IsEmpty());
 }
 
-TEST_F(SessionControlNativeTest, ALengthThatTheRequestCannotHoldCountsAsAbsentAndIsLogged) {
+TEST_F(SessionControlNativeTest, ALengthBeyondTheEndGivesThatManyZerosAndOneAndNoLanguage) {
     m_observer.SetCurrentCaller({"player", static_cast<std::uint32_t>(getpid())});
-    // The language is read at offset 11 then: the length's last byte and the three that follow it.
-    struct Row {
-        int length;
-        int language;
-    };
-    for (const auto& [length, language] : {Row{-2, 0x636261ff}, Row{-2147483647 - 1, 0x63626180},
-                                           Row{4, 0x63626100}, Row{2147483647, 0x6362617f}}) {
+    // Behind the length lie 7 bytes.
+    for (const int length : {8, 9, 100, 1024 * 1024}) {
         SCOPED_TRACE(length);
         m_request.Resize(0);
-        traceRequest(1, length, "abc", std::nullopt);
+        traceRequest(1, length, "abc", 2);
         FakeDlog::clear();
 
         EXPECT_TRUE(m_native.OnCallReceived(3, m_request, m_reply));
 
-        EXPECT_EQ(FakeSessionControl::lastTrace.stackTrace, "");
-        EXPECT_EQ(FakeSessionControl::lastTrace.language, language);
-        EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Request can not hold the trace, length(" +
-                                                            std::to_string(length) + "), size(15)"));
-        EXPECT_EQ(FakeDlog::lines().back().function(), "m_OpenDebugTrace");
+        EXPECT_EQ(FakeSessionControl::lastTrace.stackTrace,
+                  std::string(static_cast<std::size_t>(length) + 1, '\0'));
+        EXPECT_EQ(FakeSessionControl::lastTrace.language, 0);
+        EXPECT_THAT(FakeDlog::lines(), IsEmpty());
     }
+}
+
+TEST_F(SessionControlNativeTest, ALengthThatNoRequestCanHaveCountsAsZeroAndGivesNoLanguage) {
+    m_observer.SetCurrentCaller({"player", static_cast<std::uint32_t>(getpid())});
+    for (const int length : {1024 * 1024 + 1, 2147483647, -2, -2147483647 - 1}) {
+        SCOPED_TRACE(length);
+        m_request.Resize(0);
+        traceRequest(1, length, "abcdefgh", 2);
+        FakeDlog::clear();
+
+        EXPECT_TRUE(m_native.OnCallReceived(3, m_request, m_reply));
+
+        EXPECT_EQ(FakeSessionControl::lastTrace.stackTrace, std::string(1, '\0'));
+        EXPECT_EQ(FakeSessionControl::lastTrace.language, 0);
+        EXPECT_THAT(FakeDlog::lines(), IsEmpty());
+    }
+}
+
+TEST_F(SessionControlNativeTest, ATextThatTakesInTheLanguageLeavesNone) {
+    traceRequest(1, 7, "abc", 0x67666564);
+
+    m_native.OnCallReceived(3, m_request, m_reply);
+
+    EXPECT_EQ(FakeSessionControl::lastTrace.stackTrace, std::string("abcdefg\0", 8));
+    EXPECT_EQ(FakeSessionControl::lastTrace.language, 0);
 }
 
 TEST_F(SessionControlNativeTest, AVanishedProcessHasNoExecutable) {
