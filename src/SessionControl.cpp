@@ -28,21 +28,7 @@
 
 namespace {
 
-constexpr const char* kStateFile = "/tmp/zel_lite_sessions_state.txt";
-constexpr const char* kTemporaryStateFile = "/tmp/zel_lite_sessions_state_tmp.txt";
-// Far more than the sessions of all connections that a bus admits, far less than what would hurt the set.
-constexpr off_t kMaxStateSize = off_t{64} * 1024 * 1024;
-
 constexpr const char* kTvViewerState = "memory/tv-viewer/viewer_state";
-
-// Under this id the report shows why the service refused to terminate.
-constexpr const char* kTerminateErrors = "##_LAST_TERMINATE_ERRORS";
-
-constexpr int kTerminateDelaySeconds = 10;
-constexpr std::chrono::seconds kAgeingPeriod{30};
-// What was closed this long ago is still shown.
-constexpr std::int64_t kShownMs = 19'999;
-constexpr std::size_t kMaxOpenTraces = 50;
 
 // Releases of the set number this folder's variable differently; the switches stay where they are.
 static_assert(TZ_SYS_ETC == 6, "the folder of the switches is the platform's variable 6");
@@ -50,113 +36,6 @@ static_assert(TZ_SYS_ETC == 6, "the folder of the switches is the platform's var
 bool IsSwitchPresent(const char* name) {
     const char* path = tzplatform_mkpath(TZ_SYS_ETC, name);
     return path != nullptr && access(path, F_OK) == 0;
-}
-
-// The buffer asks for memory that it might write to, so the text is a copy.
-void PushText(TCMessageBuffer& buffer, std::string text) {
-    buffer.PushInt(static_cast<int>(text.size()));
-    buffer.WriteConcatenated(text.size(), text.data(), -1);
-}
-
-// A pid is a 32-bit number; a text beyond it means the largest, as where long has 32 bits.
-pid_t ParsePid(const std::string& text) {
-    using TSLimits = std::numeric_limits<std::int32_t>;
-    return static_cast<pid_t>(
-        std::clamp<long>(std::strtol(text.c_str(), nullptr, 10), TSLimits::min(), TSLimits::max()));
-}
-
-std::string FormatTime(std::int64_t timeMs) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%d.%03d", static_cast<int>(timeMs / 1000),
-                  static_cast<int>(timeMs % 1000));
-    return text.data();
-}
-
-std::string FormatTimeOrNothing(std::int64_t timeMs) {
-    return timeMs == 0 ? std::string() : FormatTime(timeMs);
-}
-
-const char* FormatLanguage(ESessionControl_ProgLang language) {
-    switch (language) {
-        case ESessionControl_ProgLang_Cpp:
-            return "C/C++";
-        case ESessionControl_ProgLang_CSharp:
-            return "C#";
-    }
-    return "INVALID";
-}
-
-Json::Value ToJson(const TCSessionControl::StackTrace& trace) {
-    Json::Value json;
-    json["CreationTime"] = FormatTime(trace.creationTime);
-    json["StackTrace"] = trace.stackTrace;
-    if (trace.destructionTime != 0) {
-        json["DestructionTime"] = FormatTime(trace.destructionTime);
-    }
-    return json;
-}
-
-Json::Value ToJson(const TCSessionControl::DebugRecord& record, bool isTerminated,
-                   const std::deque<TCSessionControl::StackTrace>* recentTraces) {
-    constexpr const char* kCaller = "GetDebugInfo";
-    Json::Value json;
-    json["PID"] = record.pid;
-    json["ProcessName"] = record.processName;
-    json["Language"] = FormatLanguage(record.language);
-    json["TerminationTime"] = isTerminated ? FormatTime(record.destructionTime) : std::string();
-    Json::Value& traces = json["StackTraces"];
-    if (recentTraces != nullptr) {
-        ZEL_LOG_FROM(kCaller, DLOG_INFO, "Recent traces num(%zu)", recentTraces->size());
-        for (const auto& trace : *recentTraces) {
-            traces.append(ToJson(trace));
-        }
-    }
-    ZEL_LOG_FROM(kCaller, DLOG_INFO, "Traces num(%zu)", record.traces.size());
-    for (const auto& [traceId, trace] : record.traces) {
-        traces.append(ToJson(trace));
-    }
-    return json;
-}
-
-struct TSTextRelease {
-    void operator()(char* text) const { std::free(text); }
-};
-using TCText = std::unique_ptr<char, TSTextRelease>;
-
-// The length is the file's word: it is held against what the file has before anything is allocated for it.
-bool ReadText(TCMessageBuffer& buffer, unsigned int& offset, std::string& text) {
-    int length = -1;
-    if (!buffer.ReadInt(&length, offset) || length < 0) {
-        return false;
-    }
-    const unsigned int begin = offset + static_cast<unsigned int>(sizeof length);
-    const auto size = static_cast<unsigned int>(length);
-    if (size > buffer.GetContentSize() - begin) {
-        return false;
-    }
-    text.assign(size, '\0');
-    offset = begin + size;
-    return buffer.ReadConcatenated(size, text.data(), begin);
-}
-
-bool ReadAll(int fd, void* destination, std::size_t size) {
-    auto* bytes = static_cast<char*>(destination);
-    while (size > 0) {
-        const ssize_t got = read(fd, bytes, size);
-        if (got <= 0) {
-            return false;
-        }
-        bytes += got;
-        size -= static_cast<std::size_t>(got);
-    }
-    return true;
-}
-
-// A full disk ends a write early without an error.
-bool WriteAtOnce(int fd, const void* bytes, std::size_t size) {
-    errno = ENOSPC;
-    const ssize_t written = write(fd, bytes, size);
-    return written >= 0 && static_cast<std::size_t>(written) == size;
 }
 
 }  // namespace
@@ -239,7 +118,7 @@ void TCSessionControl::CloseOnCrash(const std::string& sessionId) {
     if (!m_isDebug) {
         return;
     }
-    std::map<std::int64_t, StackTrace> traces;
+    TTraces traces;
     {
         const std::lock_guard<std::mutex> lock(m_debugMutex);
         const auto record = m_debugRecords.find(sessionId);
@@ -259,12 +138,24 @@ bool TCSessionControl::IsAnySessionActive() {
     return !m_sessions.empty();
 }
 
+TCSessionControl::TSessions TCSessionControl::m_copySessions() {
+    const std::lock_guard<std::mutex> lock(m_sessionsMutex);
+    return m_sessions;
+}
+
+namespace {
+
+// A pid is a 32-bit number; a text beyond it means the largest, as where long has 32 bits.
+pid_t ParsePid(const std::string& text) {
+    using TSLimits = std::numeric_limits<std::int32_t>;
+    return static_cast<pid_t>(
+        std::clamp<long>(std::strtol(text.c_str(), nullptr, 10), TSLimits::min(), TSLimits::max()));
+}
+
+}  // namespace
+
 void TCSessionControl::CheckPIDs() {
-    std::map<std::string, SessionData> sessions;
-    {
-        const std::lock_guard<std::mutex> lock(m_sessionsMutex);
-        sessions = m_sessions;
-    }
+    const TSessions sessions = m_copySessions();
     ZEL_LOG_INFO("Check PIDs, sessionsNum(%d)", static_cast<int>(sessions.size()));
     for (const auto& [sessionId, data] : sessions) {
         const pid_t pid = ParsePid(data.pid);
@@ -277,6 +168,14 @@ void TCSessionControl::CheckPIDs() {
     }
 }
 
+namespace {
+
+// Under this id the report shows why the service refused to terminate.
+constexpr const char* kTerminateErrors = "##_LAST_TERMINATE_ERRORS";
+constexpr int kTerminateDelaySeconds = 10;
+
+}  // namespace
+
 bool TCSessionControl::TryTerminateZel() {
     const std::lock_guard<std::mutex> sessionsLock(m_sessionsMutex);
     const std::lock_guard<std::mutex> debugLock(m_debugMutex);
@@ -286,7 +185,8 @@ bool TCSessionControl::TryTerminateZel() {
     m_closeErrorTraces();
     m_recentTraces.clear();
     const bool disableSessionsCheck = m_isSessionsCheckDisabled();
-    if (!disableSessionsCheck && m_refuseForSessions()) {
+    if (!disableSessionsCheck && !m_sessions.empty()) {
+        m_logOpenSessions();
         return false;
     }
     std::vector<ETerminateErrorType> errors;
@@ -315,11 +215,8 @@ bool TCSessionControl::m_isSessionsCheckDisabled() const {
     return m_isDebug && IsSwitchPresent("zel-lite/zel_lite_disable_opened_sessions_check");
 }
 
-bool TCSessionControl::m_refuseForSessions() const {
+void TCSessionControl::m_logOpenSessions() const {
     constexpr const char* kCaller = "TryTerminateZel";
-    if (m_sessions.empty()) {
-        return false;
-    }
     ZEL_LOG_FROM(kCaller, DLOG_ERROR,
                  "Can not terminate zel-daemon. There are sessions open, activeSessionsCount(%d)",
                  static_cast<int>(m_sessions.size()));
@@ -327,7 +224,6 @@ bool TCSessionControl::m_refuseForSessions() const {
         ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Opened Session, sessionId(%s), progName(%s), pid(%s)",
                      sessionId.c_str(), data.progName.c_str(), data.pid.c_str());
     }
-    return true;
 }
 
 // Closing takes a trace out of the table, so a copy leads the way.
@@ -376,6 +272,12 @@ gboolean TCSessionControl::m_tryTerminateCallback(gpointer userData) {
     return G_SOURCE_REMOVE;
 }
 
+namespace {
+
+constexpr std::chrono::seconds kAgeingPeriod{30};
+
+}  // namespace
+
 // Any wake-up ages, also one without a reason: ageing twice does no harm.
 void TCSessionControl::m_ThreadRunFunc() {
     ZEL_LOG_INFO("Helper Thread Start");
@@ -401,6 +303,15 @@ void TCSessionControl::m_tvViewerVconfCallback(keynode_t* keynode, void* userDat
     static_cast<TCSessionControl*>(userData)->m_recordTvViewerState();
 }
 
+namespace {
+
+struct TSTextRelease {
+    void operator()(char* text) const { std::free(text); }
+};
+using TCText = std::unique_ptr<char, TSTextRelease>;
+
+}  // namespace
+
 void TCSessionControl::m_recordTvViewerState() {
     constexpr const char* kCaller = "m_tvViewerVconfCallback";
     const TCText value(vconf_get_str(kTvViewerState));
@@ -413,6 +324,17 @@ void TCSessionControl::m_recordTvViewerState() {
     m_tvViewerState = value.get();
     ZEL_LOG_FROM(kCaller, DLOG_INFO, "vconf tv-viewer state(%s)", value.get());
 }
+
+namespace {
+
+constexpr std::size_t kMaxOpenTraces = 50;
+
+// Whether what was closed at @p time is not shown any more: 19,999 ms after it is, 20,000 ms after it is not.
+constexpr bool IsOld(std::int64_t time, std::int64_t now) {
+    return time < now - 19'999;
+}
+
+}  // namespace
 
 void TCSessionControl::OpenDebugTrace(const std::string& sessionId, std::int64_t traceId,
                                       const std::string& stackTrace, const std::string& processName,
@@ -433,7 +355,7 @@ void TCSessionControl::m_OpenDebugTrace(const std::string& sessionId, std::int64
     DebugRecord& record =
         m_debugRecords.emplace(sessionId, DebugRecord{sessionId, processName, progName, pid, {}, 0, language})
             .first->second;
-    // Who asks is alive, also when what it asks for is refused.
+    // Even a refused open shows that the application is alive.
     record.destructionTime = 0;
     if (record.traces.size() >= kMaxOpenTraces) {
         ZEL_LOG_ERROR(
@@ -483,7 +405,7 @@ void TCSessionControl::t_removeOldRecords() {
     m_removeOldTraces(now);
     for (auto record = m_debugRecords.begin(); record != m_debugRecords.end();) {
         const std::int64_t time = record->second.destructionTime;
-        record = time != 0 && time < now - kShownMs ? m_debugRecords.erase(record) : std::next(record);
+        record = time != 0 && IsOld(time, now) ? m_debugRecords.erase(record) : std::next(record);
     }
 }
 
@@ -492,7 +414,7 @@ void TCSessionControl::m_removeOldTraces(std::int64_t now) {
     for (auto entry = m_recentTraces.begin(); entry != m_recentTraces.end();) {
         std::deque<StackTrace>& traces = entry->second;
         const auto firstYoung = std::find_if(traces.begin(), traces.end(), [now](const StackTrace& trace) {
-            return trace.destructionTime >= now - kShownMs;
+            return !IsOld(trace.destructionTime, now);
         });
         const auto removed = static_cast<int>(firstYoung - traces.begin());
         traces.erase(traces.begin(), firstYoung);
@@ -513,6 +435,85 @@ std::int64_t TCSessionControl::t_getTimeMs() {
     return std::int64_t{scaledSeconds} + now.tv_nsec / 1'000'000;
 }
 
+namespace {
+
+constexpr const char* kStateFile = "/tmp/zel_lite_sessions_state.txt";
+constexpr const char* kTemporaryStateFile = "/tmp/zel_lite_sessions_state_tmp.txt";
+// Far more than the sessions of all connections that a bus admits, far less than what would hurt the set.
+constexpr off_t kMaxStateSize = off_t{64} * 1024 * 1024;
+
+// Appends a text behind its length. The buffer takes a pointer to memory that it might write to, so the text
+// is a copy. Returns the number of bytes that were appended.
+std::size_t PushText(TCMessageBuffer& buffer, std::string text) {
+    buffer.PushInt(static_cast<int>(text.size()));
+    buffer.WriteConcatenated(text.size(), text.data(), -1);
+    return sizeof(std::int32_t) + text.size();
+}
+
+// A write that ends early gives no error: the next one, of the rest, gives it.
+bool WriteAll(int fd, const void* source, std::size_t size) {
+    const auto* bytes = static_cast<const char*>(source);
+    while (size > 0) {
+        const ssize_t written = write(fd, bytes, size);
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool ReadAll(int fd, void* destination, std::size_t size) {
+    auto* bytes = static_cast<char*>(destination);
+    while (size > 0) {
+        const ssize_t got = read(fd, bytes, size);
+        if (got <= 0) {
+            return false;
+        }
+        bytes += got;
+        size -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+/**
+ * Reads the texts of a state file one after the other.
+ *
+ * The lengths in the file are compared with the file's size before memory is allocated for them. What the
+ * buffer's own reads return is not looked at: every destination has a value before the read.
+ */
+class TCStateReader {
+public:
+    /** @param size  the size of @p content in bytes, at least 4: the count of sessions comes first */
+    TCStateReader(TCMessageBuffer& content, unsigned int size) : m_content(content), m_size(size) {}
+
+    /** Reads the next text. @return false when the file ends before the text does */
+    bool Read(std::string& text) {
+        int length = -1;
+        if (m_size - m_offset < sizeof length) {
+            return false;
+        }
+        m_content.ReadInt(&length, m_offset);
+        m_offset += static_cast<unsigned int>(sizeof length);
+        if (length < 0 || static_cast<unsigned int>(length) > m_size - m_offset) {
+            return false;
+        }
+        text.assign(static_cast<std::size_t>(length), '\0');
+        m_content.ReadConcatenated(text.size(), text.data(), m_offset);
+        m_offset += static_cast<unsigned int>(length);
+        return true;
+    }
+
+private:
+    TCMessageBuffer& m_content;
+    unsigned int m_size;
+    unsigned int m_offset = sizeof(std::int32_t);
+};
+
+}  // namespace
+
+// A table that does not fit into memory is not saved; the caller reports that.
 bool TCSessionControl::m_saveState() {
     try {
         return m_sessions.empty() ? m_removeState() : m_writeState();
@@ -538,10 +539,11 @@ bool TCSessionControl::m_writeState() {
     constexpr const char* kCaller = "m_saveState";
     TCMessageBuffer buffer;
     buffer.PushInt(static_cast<int>(m_sessions.size()));
+    std::size_t size = sizeof(std::int32_t);
     for (const auto& [sessionId, data] : m_sessions) {
-        PushText(buffer, sessionId);
-        PushText(buffer, data.progName);
-        PushText(buffer, data.pid);
+        for (const std::string* text : {&sessionId, &data.progName, &data.pid}) {
+            size += PushText(buffer, *text);
+        }
     }
     if (IsSymbolicLink(kTemporaryStateFile)) {
         ReportAssertion("0", __FILE__, kCaller, __LINE__);
@@ -553,8 +555,7 @@ bool TCSessionControl::m_writeState() {
             ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Open error: %s", std::strerror(errno));
             return false;
         }
-        const std::size_t size = buffer.GetContentSize();
-        if (!WriteAtOnce(file.Get(), buffer.GetAsVoidFromOffset(0), size)) {
+        if (!WriteAll(file.Get(), buffer.GetAsVoidFromOffset(0), size)) {
             ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Write error: %s, size: %lu", std::strerror(errno),
                          static_cast<unsigned long>(size));
             return false;
@@ -577,41 +578,43 @@ bool TCSessionControl::m_loadState() {
         ZEL_LOG_INFO("State file does not exist. Clean session.");
         return true;
     }
+    // A size that can't be read counts as 0, so its line is logged too.
     struct stat status {};
-    fstat(file.Get(), &status);
-    if (status.st_size < static_cast<off_t>(sizeof(std::int32_t)) || status.st_size > kMaxStateSize) {
-        ZEL_LOG_ERROR("Error read, contentSize(%d)", static_cast<int>(status.st_size));
+    const off_t size = fstat(file.Get(), &status) == 0 ? status.st_size : 0;
+    if (size < static_cast<off_t>(sizeof(std::int32_t)) || size > kMaxStateSize) {
+        ZEL_LOG_ERROR("Error read, contentSize(%d)", static_cast<int>(size));
         return false;
     }
+    // The exits without a line of their own: the file can't be read to its end, it ends inside a session, or
+    // the memory does not suffice. The constructor logs that the load failed.
     try {
+        const auto contentSize = static_cast<unsigned int>(size);
         TCMessageBuffer content;
-        content.Resize(static_cast<unsigned int>(status.st_size));
-        return ReadAll(file.Get(), content.GetAsVoidFromOffset(0), content.GetContentSize()) &&
-               m_readSessions(content);
+        content.Resize(contentSize);
+        return ReadAll(file.Get(), content.GetAsVoidFromOffset(0), contentSize) &&
+               m_readSessions(content, contentSize);
     } catch (const std::exception&) {
         return false;
     }
 }
 
-// What was read before a defect is kept: each of those sessions has an owner who counts on the service.
-bool TCSessionControl::m_readSessions(TCMessageBuffer& content) {
+// The sessions before a defect are kept: each of them has an owner that needs the service.
+bool TCSessionControl::m_readSessions(TCMessageBuffer& content, unsigned int contentSize) {
     constexpr const char* kCaller = "m_loadState";
-    const auto contentSize = static_cast<int>(content.GetContentSize());
     int sessionsNum = 0;
     content.ReadInt(&sessionsNum, 0);
     if (sessionsNum < 1) {
         ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Error read, sessionsNum(%d), contentSize(%d)", sessionsNum,
-                     contentSize);
+                     static_cast<int>(contentSize));
         return false;
     }
     ZEL_LOG_FROM(kCaller, DLOG_INFO, "Read sessions, sessionsNum(%d), contentSize(%d)", sessionsNum,
-                 contentSize);
-    unsigned int offset = sizeof(std::int32_t);
+                 static_cast<int>(contentSize));
+    TCStateReader reader(content, contentSize);
     for (int i = 0; i < sessionsNum; ++i) {
         std::string sessionId;
         SessionData data;
-        if (!ReadText(content, offset, sessionId) || !ReadText(content, offset, data.progName) ||
-            !ReadText(content, offset, data.pid)) {
+        if (!reader.Read(sessionId) || !reader.Read(data.progName) || !reader.Read(data.pid)) {
             return false;
         }
         ZEL_LOG_FROM(kCaller, DLOG_INFO, "Load state, sessionId(%s), progName(%s), pid(%s)",
@@ -621,12 +624,65 @@ bool TCSessionControl::m_readSessions(TCMessageBuffer& content) {
     return true;
 }
 
-std::string TCSessionControl::GetDebugInfo() {
-    std::map<std::string, SessionData> sessions;
-    {
-        const std::lock_guard<std::mutex> lock(m_sessionsMutex);
-        sessions = m_sessions;
+namespace {
+
+std::string FormatTime(std::int64_t timeMs) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%d.%03d", static_cast<int>(timeMs / 1000),
+                  static_cast<int>(timeMs % 1000));
+    return text.data();
+}
+
+std::string FormatTimeOrNothing(std::int64_t timeMs) {
+    return timeMs == 0 ? std::string() : FormatTime(timeMs);
+}
+
+const char* FormatLanguage(ESessionControl_ProgLang language) {
+    switch (language) {
+        case ESessionControl_ProgLang_Cpp:
+            return "C/C++";
+        case ESessionControl_ProgLang_CSharp:
+            return "C#";
     }
+    return "INVALID";
+}
+
+Json::Value ToJson(const TCSessionControl::StackTrace& trace) {
+    Json::Value json;
+    json["CreationTime"] = FormatTime(trace.creationTime);
+    json["StackTrace"] = trace.stackTrace;
+    if (trace.destructionTime != 0) {
+        json["DestructionTime"] = FormatTime(trace.destructionTime);
+    }
+    return json;
+}
+
+Json::Value ToJson(const TCSessionControl::DebugRecord& record, bool isTerminated,
+                   const std::deque<TCSessionControl::StackTrace>* recentTraces) {
+    constexpr const char* kCaller = "GetDebugInfo";
+    Json::Value json;
+    json["PID"] = record.pid;
+    json["ProcessName"] = record.processName;
+    json["Language"] = FormatLanguage(record.language);
+    json["TerminationTime"] = isTerminated ? FormatTime(record.destructionTime) : std::string();
+    Json::Value& traces = json["StackTraces"];
+    if (recentTraces != nullptr) {
+        ZEL_LOG_FROM(kCaller, DLOG_INFO, "Recent traces num(%zu)", recentTraces->size());
+        for (const auto& trace : *recentTraces) {
+            traces.append(ToJson(trace));
+        }
+    }
+    ZEL_LOG_FROM(kCaller, DLOG_INFO, "Traces num(%zu)", record.traces.size());
+    for (const auto& [traceId, trace] : record.traces) {
+        traces.append(ToJson(trace));
+    }
+    return json;
+}
+
+}  // namespace
+
+std::string TCSessionControl::GetDebugInfo() {
+    const TSessions sessions = m_copySessions();
     const std::lock_guard<std::mutex> lock(m_debugMutex);
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "   ";

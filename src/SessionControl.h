@@ -42,8 +42,12 @@ enum ESessionControl_ProgLang : int {
     ESessionControl_ProgLang_CSharp = 2,
 };
 
-/** The table of open sessions. Public operations may be called from any thread; each takes the lock its
- * worker needs. */
+/**
+ * The sessions, their debug traces, the attempts to terminate the service, and the report on all three.
+ *
+ * Public operations may be called from any thread. Each takes the lock that its private worker needs; the
+ * worker, named m_..., expects its caller to hold that lock.
+ */
 class TCSessionControl {
 public:
     /** Who opened a session. */
@@ -53,6 +57,9 @@ public:
         /** Its process id as decimal text, as received. */
         std::string pid;
     };
+
+    /** The open sessions by their ids, in the order of the ids' bytes. */
+    using TSessions = std::map<std::string, SessionData>;
 
     /** One debug trace. */
     struct StackTrace {
@@ -66,6 +73,9 @@ public:
         std::string stackTrace;
     };
 
+    /** Open traces by their numbers. */
+    using TTraces = std::map<std::int64_t, StackTrace>;
+
     /** What is known of an application that has opened debug traces. */
     struct DebugRecord {
         std::string sessionId;
@@ -74,8 +84,7 @@ public:
         std::string progName;
         /** Its process id as decimal text. */
         std::string pid;
-        /** Its open traces, by their numbers. */
-        std::map<std::int64_t, StackTrace> traces;
+        TTraces traces;
         /** When its last open trace was closed; 0 while it has one. */
         std::int64_t destructionTime;
         ESessionControl_ProgLang language;
@@ -96,7 +105,12 @@ public:
      */
     bool Open(const std::string& sessionId, const std::string& progName, const std::string& pid);
 
-    /** Closes a session. @return whether there was one */
+    /**
+     * Closes a session and saves the table. When it was the last one and the set's switch asks for it, an
+     * attempt is made ten seconds later.
+     *
+     * @return whether there was such a session
+     */
     bool Close(const std::string& sessionId);
 
     /**
@@ -105,7 +119,7 @@ public:
      */
     void CloseOnCrash(const std::string& sessionId);
 
-    /** Whether anybody holds a session. */
+    /** Whether a session is open. */
     bool IsAnySessionActive();
 
     /** Closes the sessions of owners whose processes are gone. A session whose pid says nothing is kept. */
@@ -155,20 +169,16 @@ protected:
 private:
     bool m_Open(const std::string& sessionId, const std::string& progName, const std::string& pid);
     bool m_Close(const std::string& sessionId);
+    /** Copies the table. Takes m_sessionsMutex. */
+    TSessions m_copySessions();
 
-    bool m_saveState();
-    bool m_removeState();
-    bool m_writeState();
-    bool m_loadState();
-    bool m_readSessions(TCMessageBuffer& content);
-
-    static gboolean m_tryTerminateCallback(gpointer userData);
-    guint m_tryTerminateWithDelay();
     void m_closeErrorTraces();
     bool m_isSessionsCheckDisabled() const;
-    bool m_refuseForSessions() const;
+    void m_logOpenSessions() const;
     void m_closeAllTraces();
     void m_openErrorTraces(const std::vector<ETerminateErrorType>& errors);
+    guint m_tryTerminateWithDelay();
+    static gboolean m_tryTerminateCallback(gpointer userData);
 
     void m_ThreadRunFunc();
     static void m_tvViewerVconfCallback(keynode_t* keynode, void* userData);
@@ -180,15 +190,21 @@ private:
     void m_CloseDebugTrace(const std::string& sessionId, std::int64_t traceId);
     void m_removeOldTraces(std::int64_t now);
 
+    bool m_saveState();
+    bool m_removeState();
+    bool m_writeState();
+    bool m_loadState();
+    bool m_readSessions(TCMessageBuffer& content, unsigned int contentSize);
+
     TCZelDaemonStateManager& m_stateManager;
-    std::map<std::string, SessionData> m_sessions;
+    TSessions m_sessions;
     std::map<std::string, DebugRecord> m_debugRecords;
     std::int64_t m_lastTryTerminateTime = 0;
     bool m_lastTryTerminateResult = false;
     std::string m_tvViewerState = "not set";
     std::int64_t m_tvViewerStateChangeTime = 0;
-    /** How many traces of the last attempt's errors are open. The report's readers know it by this spelling.
-     */
+    /** How many traces of the last attempt's errors are open. Each attempt logs it under this spelling, which
+     * readers of the log look for. */
     std::int32_t m_termianteErrorsCount = 0;
     /** Closed traces by session, in the order in which they were closed. */
     std::map<std::string, std::deque<StackTrace>> m_recentTraces;

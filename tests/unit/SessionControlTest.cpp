@@ -438,7 +438,7 @@ TEST_F(SessionControlTest, AWriteErrorLeavesThePartialFileAndTheOldState) {
     EXPECT_TRUE(opened);
     EXPECT_EQ(readFile(kState), before);
     EXPECT_TRUE(exists(kTemporary));
-    EXPECT_THAT(FakeDlog::messages(kError), Contains("Write error: No space left on device, size: 38"));
+    EXPECT_THAT(FakeDlog::messages(kError), Contains("Write error: File too large, size: 38"));
 }
 
 TEST_F(SessionControlTest, AStateFileThatCannotBeReplacedIsLogged) {
