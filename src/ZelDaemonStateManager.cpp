@@ -21,49 +21,195 @@ constexpr const char* kRunningMarker = "/tmp/zel_lite_zel_daemon_is_running";
 constexpr const char* kRestartMarker = "/tmp/zel_restart";
 constexpr const char* kLauncher = "/usr/apps/zel-lite-app/bin/zel-lite-app-launch";
 
+// What the service answers when it did what it was asked to; a negative answer means that it was not reached.
+constexpr int kSuccess = 1;
+constexpr int kNoControl = -1;
+
 // Spelled so on the set; the unit's name is not ours to mend.
 constexpr const char* kServiceUnit = "zel_deamon.service";
 
 constexpr int kPreviousDaemonProbes = 200;
 constexpr useconds_t kPreviousDaemonProbeInterval = 100'000;
 
-/** Which triggers are sent on to the service. */
-enum class EForward {
-    /** All but START_ZEL_MAIN: a service that runs need not hear that it is to run. */
-    AllButStart,
-    /** All. */
-    Always,
-};
+// The line numbers that these three assertions report. Readers of the assertions know them, so they are a
+// contract and do not follow the source.
+constexpr int kRestartMarkerStaysLine = 158;
+constexpr int kLinkAfterTriggerLine = 167;
+constexpr int kLinkAfterRefusalLine = 234;
 
-/** What a trigger leads to in one state. */
-struct TSReaction {
+/** A state, its word in the log, and what a trigger leads to in it. */
+struct TSStateRow {
     EZelState state;
+    const char* text;
     bool startZEL;
-    EForward forward;
+    /** Whether START_ZEL_MAIN is forwarded too: a service that runs does not need it. */
+    bool forwardsStart;
     bool informListeners;
 };
 
-constexpr std::array<TSReaction, 5> kReactions{{
-    {STATE_UNDEFINED, true, EForward::Always, true},
-    {STATE_RUNNING, false, EForward::AllButStart, false},
-    {STATE_RUNNING_UNINITIALIZED, false, EForward::AllButStart, true},
-    {STATE_TERMINATED, true, EForward::Always, true},
-    {STATE_UNDEFINED_AFTER_TERMINATE, true, EForward::Always, true},
+constexpr std::array<TSStateRow, STATE_UNDEFINED_AFTER_TERMINATE + 1> kStates{{
+    {STATE_UNDEFINED, "undefined", true, true, true},
+    {STATE_RUNNING, "running", false, false, false},
+    {STATE_RUNNING_UNINITIALIZED, "running uninitialized", false, false, true},
+    {STATE_TERMINATED, "terminated", true, true, true},
+    {STATE_UNDEFINED_AFTER_TERMINATE, "undefined after terminate", true, true, true},
 }};
 
-constexpr bool IsIndexedByState(const std::array<TSReaction, 5>& rows) {
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        if (static_cast<std::size_t>(rows[i].state) != i) {
+constexpr bool HasARowForEachState() {
+    for (std::size_t i = 0; i < kStates.size(); ++i) {
+        if (static_cast<std::size_t>(kStates[i].state) != i || kStates[i].text == nullptr) {
             return false;
         }
     }
     return true;
 }
-static_assert(IsIndexedByState(kReactions));
+static_assert(HasARowForEachState());
 
-bool IsForwarded(EForward forward, ETriggerType trigger) {
-    return forward == EForward::Always || trigger != TRIGGER_TYPE_START_ZEL_MAIN;
+IZelControl* ObtainControl(const char* caller) {
+    IZelControl* control = nullptr;
+    ZelServiceAPI::CreateZelControl(&control);
+    if (control == nullptr) {
+        ZEL_LOG_FROM(caller, DLOG_ERROR, "pZelControl == nullptr");
+    }
+    return control;
 }
+
+// A restart marker that stays is only a wrong hint for the service's next start, so the daemon goes on.
+void RemoveRestartFile() {
+    if (std::remove(kRestartMarker) != 0 && errno != ENOENT) {
+        ReportAssertion("(*__errno_location ()) == 2", __FILE__, "Notify", kRestartMarkerStaysLine);
+    }
+}
+
+}  // namespace
+
+TCZelDaemonStateManager::TCZelDaemonStateManager() : m_launchLiteApp(ZelApiLite::LiteUtility::IsDebug()) {
+    if (access(kSubsequentStartMarker, F_OK) != 0) {
+        ZEL_LOG_ERROR("First boot up");
+        m_zelState = STATE_RUNNING_UNINITIALIZED;
+        CreateOwnFile(kSubsequentStartMarker);
+    } else if (access(kRunningMarker, F_OK) == 0) {
+        ZEL_LOG_ERROR("ZEL was running before");
+        m_zelState = STATE_RUNNING_UNINITIALIZED;
+    }
+    m_InitDbusConnection();
+}
+
+TCZelDaemonStateManager::~TCZelDaemonStateManager() = default;
+
+bool TCZelDaemonStateManager::Notify(ETriggerType trigger, const TSNotifyData& data) {
+    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    const TSStateRow& reaction = kStates.at(m_zelState);
+    const bool sendNotifyCall = reaction.forwardsStart || trigger != TRIGGER_TYPE_START_ZEL_MAIN;
+    ZEL_LOG_INFO(
+        "ZEL Daemon Notify, startZEL(%d), sendNotifyCall(%d), informListeners(%d), m_zelState(%d), "
+        "trigger(%d)",
+        reaction.startZEL, sendNotifyCall, reaction.informListeners, m_zelState, trigger);
+    if (reaction.startZEL && !m_StartForNotify()) {
+        return false;
+    }
+    const int result = sendNotifyCall ? m_ForwardTrigger(trigger, data) : kSuccess;
+    if (result < 0) {
+        return false;
+    }
+    if (reaction.informListeners) {
+        m_CallListeners(&IZelDaemonStateListener::OnStart);
+    }
+    if (result == kSuccess && reaction.startZEL) {
+        RemoveRestartFile();
+    }
+    m_zelState = STATE_RUNNING;
+    // The assertion below is the one report of a link here, so the look itself is silent; nothing reports a
+    // link at the restart marker, so m_CheckFileIsLink logs it.
+    if (IsSymbolicLink(kRunningMarker)) {
+        ReportAssertion("0", __FILE__, "Notify", kLinkAfterTriggerLine);
+        return false;
+    }
+    CreateOwnFile(kRunningMarker);
+    return result == kSuccess;
+}
+
+bool TCZelDaemonStateManager::RequestTerminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) {
+    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    if (m_zelState == STATE_TERMINATED) {
+        ZEL_LOG_INFO("zel-daemon already terminated");
+        return true;
+    }
+    IZelControl* control = ObtainControl("RequestTerminate");
+    if (control == nullptr) {
+        return false;
+    }
+    m_CallListeners(&IZelDaemonStateListener::OnTerminate);
+    if (const int removeRet = std::remove(kRunningMarker); removeRet != 0) {
+        ZEL_LOG_ERROR("Removing failed, removeRet(%d), file(%s)", removeRet, kRunningMarker);
+    }
+    BootMarker("TCZelDaemonStateManager::RequestTerminate()");
+    const int result = control->Terminate(errors, data);
+    BootMarker("TCZelDaemonStateManager::RequestTerminate() completed, result [%d]", result);
+    ZelServiceAPI::DestroyZelControl();
+    if (result < 0) {
+        m_RecoverFromFailedTerminate(result);
+        return false;
+    }
+    if (result == kSuccess) {
+        m_FinishTerminate(data);
+        return true;
+    }
+    m_ContinueAfterRefusal(result, errors);
+    return false;
+}
+
+bool TCZelDaemonStateManager::IsZelTerminated() {
+    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    return m_zelState == STATE_TERMINATED;
+}
+
+void TCZelDaemonStateManager::RegisterListener(IZelDaemonStateListener* listener) {
+    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    if (std::find(m_listeners.begin(), m_listeners.end(), listener) != m_listeners.end()) {
+        ZEL_LOG_ERROR("Listener already registred");
+        return;
+    }
+    m_listeners.push_back(listener);
+}
+
+void TCZelDaemonStateManager::UnregisterListener(IZelDaemonStateListener* listener) {
+    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    const auto found = std::find(m_listeners.begin(), m_listeners.end(), listener);
+    if (found == m_listeners.end()) {
+        ZEL_LOG_ERROR("Listener not registred");
+        return;
+    }
+    m_listeners.erase(found);
+}
+
+bool TCZelDaemonStateManager::LaunchZelLiteApp(bool refresh) {
+    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    ZEL_LOG_DEBUG("Launching zel-lite-app-launch refresh(%d)", refresh);
+    // Launchers are reaped by the kernel: nobody waits for them.
+    signal(SIGCHLD, SIG_IGN);
+    // The child shares this process's memory, which makes it cheap however much the daemon holds; it may only
+    // log, replace itself, or end without a trace.
+    const pid_t child = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    if (child == 0) {
+        ZEL_LOG_DEBUG("Launched zel-lite-app-launch");  // NOLINT(clang-analyzer-unix.Vfork)
+        // An empty argument stands for "no refresh": the launcher always gets one.
+        execl(kLauncher, kLauncher, refresh ? "-r" : "", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    if (child < 0) {
+        ZEL_LOG_ERROR("Launch zel-app-lite failed");
+        return false;
+    }
+    return true;
+}
+
+std::string TCZelDaemonStateManager::m_ToString(EZelState state) {
+    const auto index = static_cast<std::size_t>(state);
+    return (index < kStates.size() ? kStates.at(index) : kStates.front()).text;
+}
+
+namespace {
 
 /** A libdbus error record that frees itself. */
 class TCDbusError {
@@ -80,6 +226,49 @@ public:
 private:
     DBusError m_error{};
 };
+
+}  // namespace
+
+bool TCZelDaemonStateManager::m_InitDbusConnection() {
+    TCDbusError error;
+    std::unique_ptr<DBusConnection, TSConnectionRelease> connection(
+        dbus_bus_get(DBUS_BUS_SYSTEM, error.Get()));
+    if (error.IsSet()) {
+        ZEL_LOG_ERROR("Dbus Connection Error errMsg(%s)", error.Message());
+        return false;
+    }
+    if (!connection) {
+        ZEL_LOG_ERROR("Dbus Connection nullptr");
+        return false;
+    }
+    // libdbus would end the process with the bus.
+    dbus_connection_set_exit_on_disconnect(connection.get(), 0);
+    const dbus_bool_t registered = dbus_bus_register(connection.get(), error.Get());
+    if (error.IsSet()) {
+        ZEL_LOG_ERROR("Dbus Register Error errMsg(%s)", error.Message());
+        return false;
+    }
+    if (registered == 0) {
+        ZEL_LOG_ERROR("Dbus Register Error ret(%d)", static_cast<int>(registered));
+        return false;
+    }
+    m_connection = std::move(connection);
+    return true;
+}
+
+// The daemon reads this connection here only. What came since the last start is dropped: a stranger's signal,
+// or the news that the bus has gone. A connection that has lost its bus counts as none.
+bool TCZelDaemonStateManager::m_DrainDbusConnection() {
+    if (!m_connection) {
+        return false;
+    }
+    dbus_connection_read_write(m_connection.get(), 0);
+    while (dbus_connection_dispatch(m_connection.get()) == DBUS_DISPATCH_DATA_REMAINS) {
+    }
+    return dbus_connection_get_is_connected(m_connection.get()) != 0;
+}
+
+namespace {
 
 struct TSMessageRelease {
     void operator()(DBusMessage* message) const { dbus_message_unref(message); }
@@ -166,66 +355,33 @@ bool IsStartJob(DBusMessage* reply) {
     }
 }
 
-IZelControl* ObtainControl(const char* caller) {
-    IZelControl* control = nullptr;
-    ZelServiceAPI::CreateZelControl(&control);
-    if (control == nullptr) {
-        ZEL_LOG_FROM(caller, DLOG_ERROR, "pZelControl == nullptr");
-    }
-    return control;
-}
-
-// What survives is only a wrong hint for the service's next start, so the daemon goes on.
-void RemoveRestartFile() {
-    if (std::remove(kRestartMarker) != 0 && errno != ENOENT) {
-        ReportAssertion("(*__errno_location ()) == 2", __FILE__, "Notify", 158);
-    }
-}
-
 }  // namespace
 
-TCZelDaemonStateManager::TCZelDaemonStateManager() : m_launchLiteApp(ZelApiLite::LiteUtility::IsDebug()) {
-    if (access(kSubsequentStartMarker, F_OK) != 0) {
-        ZEL_LOG_ERROR("First boot up");
-        m_zelState = STATE_RUNNING_UNINITIALIZED;
-        CreateOwnFile(kSubsequentStartMarker);
-    } else if (access(kRunningMarker, F_OK) == 0) {
-        ZEL_LOG_ERROR("ZEL was running before");
-        m_zelState = STATE_RUNNING_UNINITIALIZED;
+bool TCZelDaemonStateManager::m_StartZelDaemonService() {
+    ZEL_LOG_INFO("m_previousZELDaemonPID(%d)", m_previousZELDaemonPID);
+    m_WaitForPreviousZelDaemon();
+    if (!m_DrainDbusConnection() && !m_InitDbusConnection()) {
+        ZEL_LOG_ERROR("Can't initialize dbus connection");
+        return false;
     }
-    m_InitDbusConnection();
+    const TCDbusMessage message = MakeStartUnit();
+    if (!message) {
+        return false;
+    }
+    const TCDbusMessage reply = CallAndWait(m_connection.get(), message.get());
+    return reply && IsStartJob(reply.get());
 }
 
-TCZelDaemonStateManager::~TCZelDaemonStateManager() = default;
-
-bool TCZelDaemonStateManager::Notify(ETriggerType trigger, const TSNotifyData& data) {
-    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    const TSReaction& reaction = kReactions.at(m_zelState);
-    const bool sendNotifyCall = IsForwarded(reaction.forward, trigger);
-    ZEL_LOG_INFO(
-        "ZEL Daemon Notify, startZEL(%d), sendNotifyCall(%d), informListeners(%d), m_zelState(%d), "
-        "trigger(%d)",
-        reaction.startZEL, sendNotifyCall, reaction.informListeners, m_zelState, trigger);
-    if (reaction.startZEL && !m_StartForNotify()) {
-        return false;
+// systemd may still count the old process as the running service, and would then start nothing. Any error of
+// the probe ends the wait, and a process that outlives all probes is not waited for again.
+void TCZelDaemonStateManager::m_WaitForPreviousZelDaemon() {
+    if (m_previousZELDaemonPID != -1) {
+        for (int probe = 0; probe < kPreviousDaemonProbes && kill(m_previousZELDaemonPID, 0) == 0; ++probe) {
+            ZEL_LOG_FROM(kStart, DLOG_ERROR, "zel-daemon is alive, pid(%d)", m_previousZELDaemonPID);
+            usleep(kPreviousDaemonProbeInterval);
+        }
     }
-    int result = 1;
-    if (sendNotifyCall && !m_ForwardTrigger(trigger, data, result)) {
-        return false;
-    }
-    if (reaction.informListeners) {
-        m_CallListeners([](IZelDaemonStateListener& listener) { listener.OnStart(); });
-    }
-    if (result == 1 && reaction.startZEL) {
-        RemoveRestartFile();
-    }
-    m_zelState = STATE_RUNNING;
-    if (IsSymbolicLink(kRunningMarker)) {
-        ReportAssertion("0", __FILE__, "Notify", 167);
-        return false;
-    }
-    CreateOwnFile(kRunningMarker);
-    return result == 1;
+    m_previousZELDaemonPID = -1;
 }
 
 bool TCZelDaemonStateManager::m_StartForNotify() {
@@ -245,51 +401,20 @@ bool TCZelDaemonStateManager::m_StartForNotify() {
 }
 
 // The control is given up only when it failed: a working one serves the next trigger too.
-bool TCZelDaemonStateManager::m_ForwardTrigger(ETriggerType trigger, const TSNotifyData& data, int& result) {
+int TCZelDaemonStateManager::m_ForwardTrigger(ETriggerType trigger, const TSNotifyData& data) {
     IZelControl* control = ObtainControl("Notify");
     if (control == nullptr) {
-        return false;
+        return kNoControl;
     }
     BootMarker("TCZelDaemonStateManager::Notify(trigger [%d])", trigger);
-    result = control->Notify(trigger, data);
+    const int result = control->Notify(trigger, data);
     BootMarker("TCZelDaemonStateManager::Notify(trigger [%d]) completed, result [%d].", trigger, result);
     if (result < 0) {
         ZelServiceAPI::DestroyZelControl();
         ZEL_LOG_FROM("Notify", DLOG_ERROR, "Failed to notify ZEL, m_zelState(%s), retNotify(%d)",
                      m_ToString(m_zelState).c_str(), result);
-        return false;
     }
-    return true;
-}
-
-bool TCZelDaemonStateManager::RequestTerminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) {
-    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (m_zelState == STATE_TERMINATED) {
-        ZEL_LOG_INFO("zel-daemon already terminated");
-        return true;
-    }
-    IZelControl* control = ObtainControl("RequestTerminate");
-    if (control == nullptr) {
-        return false;
-    }
-    m_CallListeners([](IZelDaemonStateListener& listener) { listener.OnTerminate(); });
-    if (const int removeRet = std::remove(kRunningMarker); removeRet != 0) {
-        ZEL_LOG_ERROR("Removing failed, removeRet(%d), file(%s)", removeRet, kRunningMarker);
-    }
-    BootMarker("TCZelDaemonStateManager::RequestTerminate()");
-    const int result = control->Terminate(errors, data);
-    BootMarker("TCZelDaemonStateManager::RequestTerminate() completed, result [%d]", result);
-    ZelServiceAPI::DestroyZelControl();
-    if (result < 0) {
-        m_RecoverFromFailedTerminate(result);
-        return false;
-    }
-    if (result == 1) {
-        m_FinishTerminate(data);
-        return true;
-    }
-    m_ContinueAfterRefusal(result, errors);
-    return false;
+    return result;
 }
 
 // Nobody knows whether the service still runs, so it is started at once; the request has failed all the same.
@@ -316,37 +441,13 @@ void TCZelDaemonStateManager::m_ContinueAfterRefusal(int result,
     for (const ETerminateErrorType error : errors) {
         ZEL_LOG_FROM("RequestTerminate", DLOG_ERROR, "error: %d", error);
     }
-    m_CallListeners([](IZelDaemonStateListener& listener) { listener.OnStart(); });
+    m_CallListeners(&IZelDaemonStateListener::OnStart);
     if (IsSymbolicLink(kRunningMarker)) {
-        ReportAssertion("0", __FILE__, "RequestTerminate", 234);
+        ReportAssertion("0", __FILE__, "RequestTerminate", kLinkAfterRefusalLine);
         return;
     }
     CreateOwnFile(kRunningMarker);
     m_zelState = STATE_RUNNING;
-}
-
-bool TCZelDaemonStateManager::IsZelTerminated() {
-    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    return m_zelState == STATE_TERMINATED;
-}
-
-void TCZelDaemonStateManager::RegisterListener(IZelDaemonStateListener* listener) {
-    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    if (std::find(m_listeners.begin(), m_listeners.end(), listener) != m_listeners.end()) {
-        ZEL_LOG_ERROR("Listener already registred");
-        return;
-    }
-    m_listeners.push_back(listener);
-}
-
-void TCZelDaemonStateManager::UnregisterListener(IZelDaemonStateListener* listener) {
-    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    const auto found = std::find(m_listeners.begin(), m_listeners.end(), listener);
-    if (found == m_listeners.end()) {
-        ZEL_LOG_ERROR("Listener not registred");
-        return;
-    }
-    m_listeners.erase(found);
 }
 
 // A listener may register or unregister one, itself included, while it is called.
@@ -357,100 +458,6 @@ void TCZelDaemonStateManager::m_CallListeners(const std::function<void(IZelDaemo
             hook(*listener);
         }
     }
-}
-
-bool TCZelDaemonStateManager::LaunchZelLiteApp(bool refresh) {
-    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    ZEL_LOG_DEBUG("Launching zel-lite-app-launch refresh(%d)", refresh);
-    // Launchers are reaped by the kernel: nobody waits for them.
-    signal(SIGCHLD, SIG_IGN);
-    // The child shares this process's memory, which makes it cheap however much the daemon holds; it may only
-    // log, replace itself, or end without a trace.
-    const pid_t child = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
-    if (child == 0) {
-        ZEL_LOG_DEBUG("Launched zel-lite-app-launch");  // NOLINT(clang-analyzer-unix.Vfork)
-        // An empty argument stands for "no refresh": the launcher always gets one.
-        execl(kLauncher, kLauncher, refresh ? "-r" : "", static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    if (child < 0) {
-        ZEL_LOG_ERROR("Launch zel-app-lite failed");
-        return false;
-    }
-    return true;
-}
-
-std::string TCZelDaemonStateManager::m_ToString(EZelState state) {
-    static constexpr std::array<const char*, 5> kTexts{"undefined", "running", "running uninitialized",
-                                                       "terminated", "undefined after terminate"};
-    const auto index = static_cast<std::size_t>(state);
-    return index < kTexts.size() ? kTexts.at(index) : kTexts.front();
-}
-
-bool TCZelDaemonStateManager::m_InitDbusConnection() {
-    TCDbusError error;
-    std::unique_ptr<DBusConnection, TSConnectionRelease> connection(
-        dbus_bus_get(DBUS_BUS_SYSTEM, error.Get()));
-    if (error.IsSet()) {
-        ZEL_LOG_ERROR("Dbus Connection Error errMsg(%s)", error.Message());
-        return false;
-    }
-    if (!connection) {
-        ZEL_LOG_ERROR("Dbus Connection nullptr");
-        return false;
-    }
-    // libdbus would end the process with the bus.
-    dbus_connection_set_exit_on_disconnect(connection.get(), 0);
-    const dbus_bool_t registered = dbus_bus_register(connection.get(), error.Get());
-    if (error.IsSet()) {
-        ZEL_LOG_ERROR("Dbus Register Error errMsg(%s)", error.Message());
-        return false;
-    }
-    if (registered == 0) {
-        ZEL_LOG_ERROR("Dbus Register Error ret(%d)", static_cast<int>(registered));
-        return false;
-    }
-    m_connection = std::move(connection);
-    return true;
-}
-
-// Nothing else reads the connection: what came meanwhile is dropped here, be it a stranger's signal or the
-// news that the bus has gone. A connection that has lost its bus is none.
-bool TCZelDaemonStateManager::m_HasDbusConnection() {
-    if (!m_connection) {
-        return false;
-    }
-    dbus_connection_read_write(m_connection.get(), 0);
-    while (dbus_connection_dispatch(m_connection.get()) == DBUS_DISPATCH_DATA_REMAINS) {
-    }
-    return dbus_connection_get_is_connected(m_connection.get()) != 0;
-}
-
-bool TCZelDaemonStateManager::m_StartZelDaemonService() {
-    ZEL_LOG_INFO("m_previousZELDaemonPID(%d)", m_previousZELDaemonPID);
-    m_WaitForPreviousZelDaemon();
-    if (!m_HasDbusConnection() && !m_InitDbusConnection()) {
-        ZEL_LOG_ERROR("Can't initialize dbus connection");
-        return false;
-    }
-    const TCDbusMessage message = MakeStartUnit();
-    if (!message) {
-        return false;
-    }
-    const TCDbusMessage reply = CallAndWait(m_connection.get(), message.get());
-    return reply && IsStartJob(reply.get());
-}
-
-// systemd may still count the old process as the running service, and would then start nothing. Any error of
-// the probe ends the wait, and a process that outlives all probes is not waited for again.
-void TCZelDaemonStateManager::m_WaitForPreviousZelDaemon() {
-    if (m_previousZELDaemonPID != -1) {
-        for (int probe = 0; probe < kPreviousDaemonProbes && kill(m_previousZELDaemonPID, 0) == 0; ++probe) {
-            ZEL_LOG_FROM(kStart, DLOG_ERROR, "zel-daemon is alive, pid(%d)", m_previousZELDaemonPID);
-            usleep(kPreviousDaemonProbeInterval);
-        }
-    }
-    m_previousZELDaemonPID = -1;
 }
 
 bool TCZelDaemonStateManager::m_CheckFileIsLink(const char* path) {

@@ -26,7 +26,8 @@
 #include "IZelDaemonStateListener.h"
 #include "TriggerTypes.h"
 
-/** What the daemon believes of the service. The numbers appear in the log. */
+/** What the daemon believes of the service. The numbers appear in the log. A new state goes to the end, with
+ * a row in the table of states. */
 enum EZelState {
     /** Nothing is known: this daemon was restarted after the service had terminated. The next trigger starts
        it. */
@@ -110,12 +111,14 @@ private:
     };
 
     bool m_InitDbusConnection();
-    bool m_HasDbusConnection();
+    /** Reads and drops what the bus has sent. @return whether there is a connection, and its bus */
+    bool m_DrainDbusConnection();
     bool m_StartZelDaemonService();
     void m_WaitForPreviousZelDaemon();
 
     bool m_StartForNotify();
-    bool m_ForwardTrigger(ETriggerType trigger, const TSNotifyData& data, int& result);
+    /** Sends a trigger to the service. @return its answer, negative also when there is no control */
+    int m_ForwardTrigger(ETriggerType trigger, const TSNotifyData& data);
 
     void m_RecoverFromFailedTerminate(int result);
     void m_FinishTerminate(const TSZelData& data);
