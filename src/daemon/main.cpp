@@ -24,13 +24,16 @@ namespace {
 constexpr const char* kBusInterface = "com.brenlow.ZELLite.SignalIFace";
 constexpr const char* kObjectPath = "/com/brenlow/ZELLite/SignalObject";
 
+// The line number that a failed set-up reports. Readers of the assertion know it, so it is a contract and
+// does not follow the source.
+constexpr int kSetUpLine = 35;
+
 bool SetUpIpcOnce() {
     return ZelServiceAPIManager::Setup(std::make_unique<IpcConfigurationZelLite>(kBusInterface, kObjectPath));
 }
 
 // Without IPC the daemon still serves windows, inputs, power and time, so start-up goes on in every case.
 void SetUpIpc() {
-    constexpr int kLine = 35;
     if (SetUpIpcOnce()) {
         return;
     }
@@ -38,10 +41,10 @@ void SetUpIpc() {
         _TCApiAssert(
             "ZelServiceAPIManager::Setup( std::make_unique<IpcConfigurationZelLite>( "
             "\"com.brenlow.ZELLite.SignalIFace\", \"/com/brenlow/ZELLite/SignalObject\" ) )",
-            __FILE__, kLine, nullptr);
+            __FILE__, kSetUpLine, nullptr);
     }
     // Printed for the first failure, whatever the second attempt gave.
-    PrintAssertion("main", kLine);
+    PrintAssertion("main", kSetUpLine);
 }
 
 void InheritCpuBoost() {
