@@ -26,19 +26,22 @@ constexpr int kEveryDay = 0x7F;
 
 constexpr int kHourS = 3600;
 
-/** When to wake up: so many seconds from now, or today at an hour. */
+constexpr int kAnyHour = -1;
+
+/** When to wake up: a number of seconds from now, or at an hour of today. */
 struct TSWakeTime {
     int wakeTimeValue;
-    bool isHourOfToday;
-    int secondsOrHour;
+    int secondsFromNow;
+    /** kAnyHour keeps the time of day. */
+    int hourOfToday;
 };
 constexpr std::array<TSWakeTime, 6> kWakeTimes{{
-    {1, false, kHourS},
-    {2, false, 2 * kHourS},
-    {3, true, 2},
-    {4, true, 12},
-    {5, true, 14},
-    {6, true, 0},
+    {1, kHourS, kAnyHour},
+    {2, 2 * kHourS, kAnyHour},
+    {3, 0, 2},
+    {4, 0, 12},
+    {5, 0, 14},
+    {6, 0, 0},
 }};
 
 /** The UTC date of a wake-time value; an hour of today may have passed. */
@@ -47,14 +50,13 @@ std::optional<std::tm> WakeUpDate(int wakeTimeValue) {
         if (row.wakeTimeValue != wakeTimeValue) {
             continue;
         }
-        const auto time = static_cast<std::time_t>(CTimeUtil::GetCurrentTime() +
-                                                   (row.isHourOfToday ? 0 : row.secondsOrHour));
+        const auto time = static_cast<std::time_t>(CTimeUtil::GetCurrentTime() + row.secondsFromNow);
         std::tm date{};
         gmtime_r(&time, &date);
-        if (row.isHourOfToday) {
+        if (row.hourOfToday != kAnyHour) {
             date.tm_sec = 0;
             date.tm_min = 0;
-            date.tm_hour = row.secondsOrHour;
+            date.tm_hour = row.hourOfToday;
             date.tm_isdst = 0;
         }
         return date;

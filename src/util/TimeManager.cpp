@@ -191,11 +191,13 @@ bool TCTimeManager::m_GetRTCTime(unsigned long* time) {
 unsigned long TCTimeManager::m_ConvertRTCToUTC(const rtc_time& record) {
     const auto narrow = [](std::int64_t value) { return static_cast<std::uint32_t>(value); };
     const std::int64_t year = record.tm_year;
-    std::uint32_t days = 365U * narrow(year - 70) + kDaysBeforeMonth[narrow(record.tm_mon)] +
-                         narrow(record.tm_mday) - 1U + narrow((year - 69) / 4);
-    if (record.tm_mon >= kMarch && year % 4 == 0) {
-        ++days;
-    }
+    const std::uint32_t daysOfYears = 365U * narrow(year - 70);
+    const std::uint32_t leapDaysOfYears = narrow((year - 69) / 4);
+    const std::uint32_t daysOfMonths = kDaysBeforeMonth[narrow(record.tm_mon)];
+    const std::uint32_t leapDayOfThisYear = record.tm_mon >= kMarch && year % 4 == 0 ? 1 : 0;
+    const std::uint32_t daysOfThisMonth = narrow(record.tm_mday) - 1U;
+    const std::uint32_t days =
+        daysOfYears + leapDaysOfYears + daysOfMonths + leapDayOfThisYear + daysOfThisMonth;
     return ((days * 24U + narrow(record.tm_hour)) * 60U + narrow(record.tm_min)) * 60U +
            narrow(record.tm_sec);
 }
