@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <wayland-extension/tizen-zel-notifier-client-protocol.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -27,10 +28,18 @@ constexpr gushort kErrorEvents = G_IO_ERR | G_IO_HUP | G_IO_NVAL;
 constexpr guint kQuietPollErrors = 100;
 constexpr long kPollBackOffNs = 10'000'000;
 
-// What happened to a window.
+// The kinds of client events.
 constexpr int kClientVisibilityChange = 1;
 constexpr int kClientDelete = 2;
 constexpr int kClientAuxHintChange = 3;
+
+/** How many integers the payload of a client event has at least. */
+struct TSPayload {
+    int kind;
+    std::size_t integers;
+};
+constexpr std::array<TSPayload, 3> kPayloads{
+    {{kClientVisibilityChange, 3}, {kClientDelete, 2}, {kClientAuxHintChange, 3}}};
 
 constexpr int kVisible = 0;
 constexpr int kNotVisible = 2;
@@ -254,53 +263,39 @@ void CZELLiteWaylandNotificationReceiver::Start(GMainLoop* /*loop*/) {
         return;
     }
     m_bIsLaunched = true;
-    if (!m_Connect() || !m_Roundtrips()) {
+    g_pWaylandDisplay = wl_display_connect(nullptr);
+    if (g_pWaylandDisplay == nullptr) {
+        ZEL_LOG_ERROR("Error connecting display. Exiting");
+        return;
+    }
+    g_pWaylandRegistry = wl_display_get_registry(g_pWaylandDisplay);
+    if (g_pWaylandRegistry == nullptr) {
+        DisconnectDisplay();
+        ZEL_LOG_ERROR("Adding a listener is impossible. Exiting");
+        return;
+    }
+    wl_registry_add_listener(g_pWaylandRegistry, &RegistryListener, this);
+    // The first round trip brings the globals.
+    if (wl_display_roundtrip(g_pWaylandDisplay) < 0) {
+        ZEL_LOG_ERROR("Sync call failed. Exiting");
+        // Disconnecting frees a notifier that was bound already, so it must not be destroyed later.
+        g_pNotifier = nullptr;
+        DestroyRegistry();
+        DisconnectDisplay();
+        return;
+    }
+    // The second lets the notifier's bind complete. Only its failure lets a later start try again.
+    if (wl_display_roundtrip(g_pWaylandDisplay) < 0) {
+        ZEL_LOG_ERROR("Sync call failed. Exiting");
+        DestroyNotifier();
+        DestroyRegistry();
+        DisconnectDisplay();
+        m_bIsLaunched = false;
         return;
     }
     g_pWaylandSource = NewWaylandEventSource();
     g_source_attach(g_pWaylandSource, g_main_context_default());
     ZEL_LOG_ERROR("Initialization OK");
-}
-
-bool CZELLiteWaylandNotificationReceiver::m_Connect() {
-    constexpr const char* kCaller = "Start";
-    g_pWaylandDisplay = wl_display_connect(nullptr);
-    if (g_pWaylandDisplay == nullptr) {
-        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Error connecting display. Exiting");
-        return false;
-    }
-    g_pWaylandRegistry = wl_display_get_registry(g_pWaylandDisplay);
-    if (g_pWaylandRegistry == nullptr) {
-        DisconnectDisplay();
-        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Adding a listener is impossible. Exiting");
-        return false;
-    }
-    wl_registry_add_listener(g_pWaylandRegistry, &RegistryListener, this);
-    return true;
-}
-
-// The first brings the globals, the second lets the notifier's bind complete. Only the second one's failure
-// lets a later start try again.
-bool CZELLiteWaylandNotificationReceiver::m_Roundtrips() {
-    constexpr const char* kCaller = "Start";
-    if (wl_display_roundtrip(g_pWaylandDisplay) < 0) {
-        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Sync call failed. Exiting");
-        // A notifier that was bound already goes with its connection: to destroy it later would reach into
-        // what is freed.
-        g_pNotifier = nullptr;
-        DestroyRegistry();
-        DisconnectDisplay();
-        return false;
-    }
-    if (wl_display_roundtrip(g_pWaylandDisplay) < 0) {
-        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Sync call failed. Exiting");
-        DestroyNotifier();
-        DestroyRegistry();
-        DisconnectDisplay();
-        m_bIsLaunched = false;
-        return false;
-    }
-    return true;
 }
 
 void CZELLiteWaylandNotificationReceiver::OnStart() {
@@ -344,11 +339,12 @@ void CZELLiteWaylandNotificationReceiver::ZELClientEventCallback(void* data, tiz
         ZEL_LOG_ERROR("pObj is nullptr!");
         return;
     }
-    if (kind < kClientVisibilityChange || kind > kClientAuxHintChange) {
+    const auto* expected = std::find_if(kPayloads.begin(), kPayloads.end(),
+                                        [kind](const TSPayload& row) { return row.kind == kind; });
+    if (expected == kPayloads.end()) {
         return;
     }
-    const auto integers =
-        ReadIntegers(static_cast<const char*>(__func__), payload, kind == kClientDelete ? 2 : 3);
+    const auto integers = ReadIntegers(static_cast<const char*>(__func__), payload, expected->integers);
     if (!integers) {
         return;
     }
@@ -366,7 +362,7 @@ void CZELLiteWaylandNotificationReceiver::ZELClientEventCallback(void* data, tiz
             ZEL_LOG_ERROR("Event CLIENT_DELETE resID:%d appPid:%d", winId, appPid);
             receiver->CloseSession(sessionId, winId, appPid);
             break;
-        default:
+        case kClientAuxHintChange:
             ZEL_LOG_ERROR("Event CLIENT_AUX_HINT_CHANGE resID:%d hint[%d]:%s appPid:%d", winId, state,
                           WordOf(kHintWords, state), appPid);
             RequestTopMostClient();

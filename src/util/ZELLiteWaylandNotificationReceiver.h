@@ -75,8 +75,6 @@ public:
     static void ZELClientsInfoCallback(void* data, tizen_zel_notifier* notifier, wl_array* payload);
 
 private:
-    bool m_Connect();
-    bool m_Roundtrips();
     void m_OnVisibility(const std::string& sessionId, int winId, int appPid, int visibility);
     void m_OnHint(const std::string& sessionId, int winId, int appPid, int hint);
     void m_Show(const std::string& sessionId, int winId, int appPid);
