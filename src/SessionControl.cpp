@@ -303,19 +303,10 @@ void TCSessionControl::m_tvViewerVconfCallback(keynode_t* keynode, void* userDat
     static_cast<TCSessionControl*>(userData)->m_recordTvViewerState();
 }
 
-namespace {
-
-struct TSTextRelease {
-    void operator()(char* text) const { std::free(text); }
-};
-using TCText = std::unique_ptr<char, TSTextRelease>;
-
-}  // namespace
-
 void TCSessionControl::m_recordTvViewerState() {
     constexpr const char* kCaller = "m_tvViewerVconfCallback";
-    const TCText value(vconf_get_str(kTvViewerState));
-    if (!value) {
+    const std::unique_ptr<char, decltype(&std::free)> value(vconf_get_str(kTvViewerState), &std::free);
+    if (value == nullptr) {
         ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Getting vconf key failed, key(%s)", kTvViewerState);
         return;
     }
