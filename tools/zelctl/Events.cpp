@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Events.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
+
+#include "Rows.h"
 
 namespace zelctl {
 
@@ -66,6 +67,8 @@ constexpr std::array<Pattern, 21> kPatterns{{
      "the service was terminated already"},
 }};
 
+static_assert(hasARowForEach(kPatterns, &Pattern::kind, EventKind::FirstStart, EventKind::AlreadyTerminated));
+
 constexpr std::array<const char*, 6> kTriggers{
     "input plugged or unplugged", "start",     "network time changed",
     "clock mode changed",         "sync time", "stolen-television changed"};
@@ -114,8 +117,7 @@ std::optional<std::vector<std::string>> match(std::string_view pattern, std::str
 }
 
 const Pattern& patternOf(EventKind kind) {
-    return *std::find_if(kPatterns.begin(), kPatterns.end(),
-                         [kind](const Pattern& pattern) { return pattern.kind == kind; });
+    return kPatterns.at(static_cast<std::size_t>(kind));
 }
 
 std::string filled(std::string_view meaning, const std::vector<std::string>& values) {

@@ -28,6 +28,7 @@ constexpr std::array<Row, kMarkerCount> kMarkers{{
     {"/tmp/zel_lite_zel_daemon_is_running", "the service runs"},
     {"/tmp/zel_restart", "the service's next start is a restart"},
 }};
+static_assert(kMarkers.back().path != nullptr, "a row for each marker");
 
 constexpr std::array<Row, kSwitchCount> kSwitches{{
     {"/etc/debug", "a set for developers"},
@@ -35,6 +36,7 @@ constexpr std::array<Row, kSwitchCount> kSwitches{{
     {"/etc/zel-lite/zel_lite_disable_tracing", "traces are not kept"},
     {"/etc/zel-lite/zel_lite_disable_opened_sessions_check", "open sessions do not matter"},
 }};
+static_assert(kSwitches.back().path != nullptr, "a row for each switch");
 
 class Descriptor {
 public:

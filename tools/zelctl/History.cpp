@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdlib>
 
+#include "Rows.h"
+
 namespace zelctl {
 
 namespace {
@@ -20,6 +22,9 @@ constexpr std::array<Ending, 6> kEndings{{{EventKind::RefusedForSessions, Outcom
                                           {EventKind::Unreachable, Outcome::Unreachable},
                                           {EventKind::Terminated, Outcome::Terminated},
                                           {EventKind::AlreadyTerminated, Outcome::AlreadyTerminated}}};
+static_assert(hasARowForEach(kEndings, &Ending::outcome, Outcome::RefusedForSessions,
+                             Outcome::AlreadyTerminated),
+              "every outcome but Unknown comes from an event");
 
 }  // namespace
 

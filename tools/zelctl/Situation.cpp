@@ -3,10 +3,10 @@
 
 #include <json/json.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 
+#include "Rows.h"
 #include "Text.h"
 
 namespace zelctl {
@@ -29,9 +29,10 @@ constexpr std::array<OutcomeText, 7> kOutcomes{{
     {Outcome::AlreadyTerminated, "already-terminated", "the service was terminated already"},
 }};
 
+static_assert(hasARowForEach(kOutcomes, &OutcomeText::outcome, Outcome::Unknown, Outcome::AlreadyTerminated));
+
 const OutcomeText& textOf(Outcome outcome) {
-    return *std::find_if(kOutcomes.begin(), kOutcomes.end(),
-                         [outcome](const OutcomeText& row) { return row.outcome == outcome; });
+    return kOutcomes.at(static_cast<std::size_t>(outcome));
 }
 
 std::string joined(const std::vector<std::string>& texts) {

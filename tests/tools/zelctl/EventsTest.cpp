@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "TriggerTypes.h"
+#include "ZelDaemonStateManager.h"
+
 namespace zelctl {
 namespace {
 
@@ -26,6 +29,22 @@ TEST(EventsTest, ATriggerTellsWhatIsDoneForIt) {
     EXPECT_EQ(
         textOf(begin + "startZEL(1), sendNotifyCall(1), informListeners(1), m_zelState(9), trigger(-7)"),
         "trigger -7 (unknown trigger -7): the service was unknown state 9, is started and told");
+}
+
+TEST(EventsTest, EveryTriggerAndEveryStateOfTheDaemonHasItsName) {
+    EXPECT_EQ(triggerName("0"), "input plugged or unplugged");
+    EXPECT_EQ(triggerName("1"), "start");
+    EXPECT_EQ(triggerName("2"), "network time changed");
+    EXPECT_EQ(triggerName("3"), "clock mode changed");
+    EXPECT_EQ(triggerName("4"), "sync time");
+    EXPECT_EQ(triggerName(std::to_string(TRIGGER_TYPE_STOLEN_TV)), "stolen-television changed");
+    EXPECT_EQ(triggerName(std::to_string(TRIGGER_TYPE_STOLEN_TV + 1)), "unknown trigger 6");
+    EXPECT_EQ(stateName("0"), "undefined");
+    EXPECT_EQ(stateName("1"), "running");
+    EXPECT_EQ(stateName("2"), "running uninitialized");
+    EXPECT_EQ(stateName("3"), "terminated");
+    EXPECT_EQ(stateName(std::to_string(STATE_UNDEFINED_AFTER_TERMINATE)), "undefined after terminate");
+    EXPECT_EQ(stateName(std::to_string(STATE_UNDEFINED_AFTER_TERMINATE + 1)), "unknown state 5");
 }
 
 TEST(EventsTest, EveryLineThatCountsIsUnderstood) {
