@@ -22,7 +22,7 @@ struct Watch {
 
 struct Integer {
     int value;
-    bool isReadable;
+    int result;
 };
 
 std::mutex mutex;
@@ -59,12 +59,12 @@ void FakeVconf::setText(const std::string& key, const std::string& value) {
 
 void FakeVconf::setInt(const std::string& key, int value) {
     const std::lock_guard<std::mutex> lock(mutex);
-    integers[key] = {value, true};
+    integers[key] = {value, 0};
 }
 
-void FakeVconf::breakInt(const std::string& key, int value) {
+void FakeVconf::breakInt(const std::string& key, int value, int result) {
     const std::lock_guard<std::mutex> lock(mutex);
-    integers[key] = {value, false};
+    integers[key] = {value, result};
 }
 
 void FakeVconf::remove(const std::string& key) {
@@ -106,6 +106,13 @@ std::size_t FakeVconf::watchers(const std::string& key) {
         std::count_if(watches.begin(), watches.end(), [&](const Watch& watch) { return watch.key == key; }));
 }
 
+const void* FakeVconf::userData(const std::string& key) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto found =
+        std::find_if(watches.begin(), watches.end(), [&](const Watch& watch) { return watch.key == key; });
+    return found == watches.end() ? nullptr : found->userData;
+}
+
 void FakeVconf::reset() {
     const std::lock_guard<std::mutex> lock(mutex);
     texts.clear();
@@ -144,7 +151,7 @@ int vconf_get_int(const char* key, int* value) {
         return -1;
     }
     *value = found->second.value;
-    return found->second.isReadable ? 0 : -1;
+    return found->second.result;
 }
 
 int vconf_set_int(const char* key, int value) {

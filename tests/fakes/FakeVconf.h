@@ -22,8 +22,8 @@ struct FakeVconf {
     static void setText(const std::string& key, const std::string& value);
     /** Sets an integer without telling anybody. */
     static void setInt(const std::string& key, int value);
-    /** Makes reading an integer fail after it gave @p value. */
-    static void breakInt(const std::string& key, int value);
+    /** Makes reading an integer write @p value and return @p result. */
+    static void breakInt(const std::string& key, int value, int result = -1);
     /** Removes a key without telling anybody. */
     static void remove(const std::string& key);
     /** Tells who watches @p key that @p changed has changed, on the calling thread; nothing when nobody does.
@@ -33,6 +33,8 @@ struct FakeVconf {
     static void tellInt(const std::string& key, int value);
     /** How many callbacks watch @p key. */
     static std::size_t watchers(const std::string& key);
+    /** The user data of the first callback that watches @p key; null when there is no callback. */
+    static const void* userData(const std::string& key);
     /** The same with a key node that has no name. */
     static void tellNameless(const std::string& key);
     /** Calls who watches @p key without its user data. */

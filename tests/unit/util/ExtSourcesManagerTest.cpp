@@ -111,6 +111,41 @@ TEST_F(ExtSourcesManagerTest, AnyPlugStateButZeroIsReportedAtStart) {
                             "Notified ZEL-MAIN! -> source[18], sourcePlugState[2]"));
 }
 
+// Whether the read failed is not looked at: what it wrote counts.
+TEST_F(ExtSourcesManagerTest, WhatAFailedReadWroteIsReportedAtStart) {
+    FakeVconf::breakInt("memory/sysman/av2", 1, -1);
+    FakeVconf::breakInt("memory/sysman/hdmi1", 2, 1);
+    FakeVconf::breakInt("memory/sysman/hdmi2", 0, -1);
+
+    watch();
+
+    EXPECT_THAT(FakeDlog::messages(kDebug),
+                ElementsAre("Notified ZEL-MAIN! -> source[2], sourcePlugState[1]",
+                            "Notified ZEL-MAIN! -> source[13], sourcePlugState[2]"));
+}
+
+TEST_F(ExtSourcesManagerTest, AReportAtStartThatFailsIsLoggedAndTheOtherInputsAreWatched) {
+    FakeVconf::setInt("memory/sysman/hdmi2", 1);
+    FakeStateManager::notifyResult = false;
+
+    watch();
+
+    std::vector<std::string> expected = forEachKey("vconf_notify_key_changed");
+    expected.insert(expected.begin() + 6, "StateManager::Notify 0 14 1 0");
+    EXPECT_THAT(Actions::take(), ElementsAreArray(expected));
+    EXPECT_THAT(FakeDlog::messages(kError),
+                ElementsAre("ZEL-MAIN notify FAILED! -> source[14], sourcePlugState[1]"));
+}
+
+TEST_F(ExtSourcesManagerTest, EveryWatchHasTheManagerAsItsUserData) {
+    watch();
+
+    for (const Input& input : kInputs) {
+        EXPECT_EQ(FakeVconf::watchers(input.key), 1U) << input.key;
+        EXPECT_EQ(FakeVconf::userData(input.key), &*m_sources) << input.key;
+    }
+}
+
 TEST_F(ExtSourcesManagerTest, PluggingAndUnpluggingAreReportedWithTheNumberOfEachInput) {
     watch();
     forget();

@@ -103,6 +103,21 @@ TEST_F(VconfListenerTest, AFailedReadSparesTheSetOnlyWhenItLeftAValue) {
     EXPECT_THAT(Actions::take(), ElementsAre("StateManager::Notify 5 0 0 0"));
 }
 
+TEST_F(VconfListenerTest, AnyResultButZeroIsAFailedRead) {
+    for (const int result : {-2, -1, 1}) {
+        FakeVconf::breakInt("db/boot/need_setup_wizard", 1, result);
+        EXPECT_TRUE(TCVconfListener::IsNeedSetupWizard()) << result;
+
+        FakeVconf::breakInt("db/boot/need_setup_wizard", 0, result);
+        EXPECT_FALSE(TCVconfListener::IsNeedSetupWizard()) << result;
+    }
+}
+
+TEST_F(VconfListenerTest, TheWatchHasTheListenerAsItsUserData) {
+    EXPECT_EQ(FakeVconf::userData("db/tv-viewer/blocked_serial"), &*m_listener);
+    EXPECT_EQ(FakeStateManager::lastListener, &*m_listener);
+}
+
 TEST_F(VconfListenerTest, TheSettingIsReadAfreshInsteadOfFromTheNode) {
     FakeVconf::setText("db/tv-viewer/blocked_serial", "0815");
 
