@@ -75,6 +75,10 @@ std::size_t FakePower::earlyWakeUpSubscribers() {
     return earlyWakeUpSubscription.callback == nullptr ? 0 : 1;
 }
 
+const void* FakePower::earlyWakeUpData() {
+    return earlyWakeUpSubscription.userData;
+}
+
 int FakePower::standby() {
     return standbySubscription.call();
 }

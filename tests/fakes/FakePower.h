@@ -25,6 +25,9 @@ struct FakePower {
     static std::size_t standbySubscribers();
     static std::size_t earlyWakeUpSubscribers();
 
+    /** The user data of the last subscription to early wake-ups. */
+    static const void* earlyWakeUpData();
+
     /** Calls who is subscribed. @return what the callback gave; -100 when nobody is subscribed */
     static int standby();
     static int earlyWakeUp();

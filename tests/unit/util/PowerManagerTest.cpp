@@ -97,6 +97,36 @@ TEST_F(PowerManagerTest, TerminationIsFollowedByEarlyWakeUpsAndSuccessByStandby)
     EXPECT_THAT(Actions::take(), ElementsAre("subscribe standby"));
 }
 
+TEST_F(PowerManagerTest, EarlyWakeUpsHaveTheManagerAsTheirUserData) {
+    m_power->OnTerminate();
+
+    EXPECT_EQ(FakePower::earlyWakeUpData(), &*m_power);
+    EXPECT_EQ(FakeStateManager::lastListener, &*m_power);
+}
+
+// The flag that each call has, whether it changes anything or not.
+TEST_F(PowerManagerTest, EveryCallLogsItsFlagBeforeItDoesAnything) {
+    FakeDlog::recordActions();
+
+    for (const bool flag : {false, true, true, false, false}) {
+        m_power->HandleStandby(flag);
+    }
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("log HandleStandby: flag: [false]", "log HandleStandby: flag: [true]",
+                            "subscribe standby", "log HandleStandby: flag: [true]",
+                            "log HandleStandby: flag: [false]", "unsubscribe standby",
+                            "log HandleStandby: flag: [false]"));
+
+    for (const bool flag : {false, true, true, false, false}) {
+        m_power->HandleWakeUp(flag);
+    }
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("log HandleWakeUp: flag: [false]", "log HandleWakeUp: flag: [true]",
+                            "subscribe early_wakeup with data", "log HandleWakeUp: flag: [true]",
+                            "log HandleWakeUp: flag: [false]", "unsubscribe early_wakeup",
+                            "log HandleWakeUp: flag: [false]"));
+}
+
 TEST_F(PowerManagerTest, AServiceThatNeedsNoStandbyHandlingGetsNone) {
     m_power->OnTerminate();
     Actions::take();
@@ -281,13 +311,16 @@ TEST_F(PowerManagerTest, AnUnknownWakeTimeIsLoggedAndArmsNothing) {
 
 TEST_F(PowerManagerTest, AWakeTimeThatCannotBeReadIsLoggedAndArmsNothing) {
     terminate();
-    FakeVconf::remove(kWakeTime);
+    for (const int result : {-2, -1, 1}) {
+        FakeVconf::breakInt(kWakeTime, 1, result);
 
-    EXPECT_EQ(FakePower::standby(), 1);
+        EXPECT_EQ(FakePower::standby(), 1);
 
-    EXPECT_THAT(Actions::take(), IsEmpty());
-    EXPECT_THAT(FakeDlog::messages(kError),
-                ElementsAre("Failed reading vconf key [db/menu/broadcasting/autotune-wakeuptimer]!"));
+        EXPECT_THAT(Actions::take(), IsEmpty()) << result;
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    ElementsAre("Failed reading vconf key [db/menu/broadcasting/autotune-wakeuptimer]!"));
+        FakeDlog::clear();
+    }
 }
 
 TEST_F(PowerManagerTest, ThePreviousTimerIsCancelledBeforeTheNewOneIsArmed) {
@@ -315,23 +348,30 @@ TEST_F(PowerManagerTest, ThePreviousTimerIsCancelledAlsoWhenNoNewOneComesAndItsN
 
 TEST_F(PowerManagerTest, ATimerNumberThatCannotBeReadIsLoggedAndTheNewTimerArmed) {
     terminate();
-    FakeVconf::breakInt(kTimerId, 4711);
+    for (const int result : {-2, -1, 1}) {
+        FakeVconf::breakInt(kTimerId, 4711, result);
 
-    EXPECT_EQ(FakePower::standby(), 0);
+        EXPECT_EQ(FakePower::standby(), 0);
 
-    EXPECT_THAT(Actions::take(), ElementsAre("schedule 6 2026-11-21 13:00:00 dst=0 127 0"));
-    EXPECT_THAT(
-        FakeDlog::messages(kError),
-        ElementsAre("Failed reading vconf key [db/menu/broadcasting/autotune-wakeuptimer-timer_id]!"));
+        EXPECT_THAT(Actions::take(), ElementsAre("schedule 6 2026-11-21 13:00:00 dst=0 127 0")) << result;
+        EXPECT_THAT(
+            FakeDlog::messages(kError),
+            ElementsAre("Failed reading vconf key [db/menu/broadcasting/autotune-wakeuptimer-timer_id]!"));
+        FakeDlog::clear();
+    }
 }
 
 TEST_F(PowerManagerTest, AFailedSchedulingIsLogged) {
     terminate();
-    FakePower::scheduleResult = -22;
+    for (const int result : {-22, 1}) {
+        FakePower::scheduleResult = result;
 
-    EXPECT_EQ(FakePower::standby(), 1);
+        EXPECT_EQ(FakePower::standby(), 1) << result;
 
-    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Scheduling standby timer failed! Error: [-22]"));
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    ElementsAre("Scheduling standby timer failed! Error: [" + std::to_string(result) + "]"));
+        FakeDlog::clear();
+    }
 }
 
 TEST_F(PowerManagerTest, TheNumberOfAnArmedTimerIsKeptAndItsRecordReleased) {
@@ -359,17 +399,22 @@ TEST_F(PowerManagerTest, ATimerWithoutANumberIsKeptAsNone) {
 
 TEST_F(PowerManagerTest, ANumberThatCannotBeKeptIsLoggedAndTheRecordReleasedAllTheSame) {
     terminate();
-    FakePower::standby();
-    Actions::take();
-    FakeVconf::setResult = -1;
+    for (const int result : {-1, 1}) {
+        FakePower::standby();
+        Actions::take();
+        FakeVconf::setResult = result;
 
-    FakePower::armed(4712);
+        FakePower::armed(4712);
 
-    EXPECT_THAT(Actions::take(),
-                ElementsAre("vconf_set_int db/menu/broadcasting/autotune-wakeuptimer-timer_id 4712", "free"));
-    EXPECT_THAT(
-        FakeDlog::messages(kError),
-        ElementsAre("Failed setting vconf key: [db/menu/broadcasting/autotune-wakeuptimer-timer_id]!"));
+        EXPECT_THAT(
+            Actions::take(),
+            ElementsAre("vconf_set_int db/menu/broadcasting/autotune-wakeuptimer-timer_id 4712", "free"));
+        EXPECT_THAT(
+            FakeDlog::messages(kError),
+            ElementsAre("Failed setting vconf key: [db/menu/broadcasting/autotune-wakeuptimer-timer_id]!"))
+            << result;
+        FakeDlog::clear();
+    }
 }
 
 TEST_F(PowerManagerTest, ATimerThatWasNotSetIsLoggedAndNothingKept) {
