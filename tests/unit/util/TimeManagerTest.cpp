@@ -46,8 +46,11 @@ const char* const kReason = "db/zel/time_setting_reason";
 // The hardware clock: a device that is no file. Actions: "open /dev/rtc0", "read", "close".
 struct Rtc {
     static constexpr int kDescriptor = 1'000'000;
+    // What an open that succeeds returns.
+    static int descriptor;
     static bool opens;
-    static bool reads;
+    // What the read returns; -1 is its failure.
+    static int readResult;
     static int openFlags;
     static rtc_time record;
 
@@ -82,8 +85,9 @@ void toNextDay(rtc_time& date) {
     }
 }
 
+int Rtc::descriptor = kDescriptor;
 bool Rtc::opens = true;
-bool Rtc::reads = true;
+int Rtc::readResult = 0;
 int Rtc::openFlags = 0;
 rtc_time Rtc::record{};
 
@@ -113,15 +117,15 @@ extern "C" int __wrap_open(const char* path, int flags, ...) {
         errno = ENOENT;
         return -1;
     }
-    return Rtc::kDescriptor;
+    return Rtc::descriptor;
 }
 
 extern "C" int __wrap_ioctl(int descriptor, unsigned long request, ...);
 extern "C" int __wrap_ioctl(int descriptor, unsigned long request, ...) {
-    EXPECT_EQ(descriptor, Rtc::kDescriptor);
+    EXPECT_EQ(descriptor, Rtc::descriptor);
     EXPECT_EQ(request, 0x80247009U);
     Actions::add("read");
-    if (!Rtc::reads) {
+    if (Rtc::readResult == -1) {
         errno = EINVAL;
         return -1;
     }
@@ -129,13 +133,13 @@ extern "C" int __wrap_ioctl(int descriptor, unsigned long request, ...) {
     va_start(arguments, request);
     *va_arg(arguments, rtc_time*) = Rtc::record;
     va_end(arguments);
-    return 0;
+    return Rtc::readResult;
 }
 
 extern "C" int __real_close(int descriptor);
 extern "C" int __wrap_close(int descriptor);
 extern "C" int __wrap_close(int descriptor) {
-    if (descriptor != Rtc::kDescriptor) {
+    if (descriptor != Rtc::descriptor) {
         return __real_close(descriptor);
     }
     Actions::add("close");
@@ -168,8 +172,9 @@ protected:
         FakeTime::reset();
         timers.clear();
         lastTimer = 0;
+        Rtc::descriptor = Rtc::kDescriptor;
         Rtc::opens = true;
-        Rtc::reads = true;
+        Rtc::readResult = 0;
         Rtc::set(0);
         FakeVconf::setInt(kReason, 1);
         m_time.emplace(m_stateManager);
@@ -247,6 +252,39 @@ TEST_F(TimeManagerTest, AStartedServiceEndsBothWatchesAndTheTimer) {
                                              "timer removed"));
     EXPECT_THAT(FakeDlog::messages(kDebug), ElementsAre("called"));
     EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("called"));
+}
+
+TEST_F(TimeManagerTest, EveryStepIsLoggedBeforeItIsTaken) {
+    FakeDlog::recordActions();
+
+    m_time->OnTerminate();
+    EXPECT_THAT(Actions::take(), ElementsAre("log OnTerminate: called", "log m_startMonitoring: called",
+                                             "vconf_notify_key_changed memory/menu/network/set_time",
+                                             "vconf_notify_key_changed db/menu/system/time/clock/clock_mode",
+                                             "timer every 30"));
+
+    FakeStateManager::notifyResult = false;
+    FakeVconf::tellInt(kClockMode, 1);
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("log ClockModeChangedCB: time vconf changed",
+                            "log NetworkSyncTime: type : 3, val : 1", "StateManager::Notify 3 0 0 1",
+                            "log m_notifyZelMain: ERROR: FAILED to start ZEL on startup"));
+
+    m_time->OnStart();
+    EXPECT_THAT(Actions::take(), ElementsAre("log OnStart: called", "log m_stopMonitoring: called",
+                                             "vconf_ignore_key_changed memory/menu/network/set_time",
+                                             "vconf_ignore_key_changed db/menu/system/time/clock/clock_mode",
+                                             "timer removed"));
+}
+
+TEST_F(TimeManagerTest, WatchesAndTimerHaveTheManagerAsTheirUserData) {
+    EXPECT_EQ(FakeStateManager::lastListener, &*m_time);
+
+    m_time->OnTerminate();
+
+    EXPECT_EQ(FakeVconf::userData(kSetTime), &*m_time);
+    EXPECT_EQ(FakeVconf::userData(kClockMode), &*m_time);
+    EXPECT_EQ(timers.begin()->second.data, &*m_time);
 }
 
 TEST_F(TimeManagerTest, TerminationTwiceReplacesTheTimerAndRegistersTheWatchesAgain) {
@@ -416,17 +454,28 @@ TEST_F(TimeManagerTest, AReasonThatCannotBeReadIsLoggedAsZeroAndLeavesTheHardwar
     EXPECT_THAT(FakeDlog::messages(kDebug), Contains("UTC=1000, \033[1;36m settingReason: 0, ret: 1"));
 }
 
+TEST_F(TimeManagerTest, OnlyANegativeResultIsAReasonThatCannotBeRead) {
+    FakeVconf::breakInt(kReason, 5, 1);
+    FakeTime::now = 1000;
+
+    EXPECT_TRUE(startsService());
+    EXPECT_THAT(FakeDlog::messages(kDebug), Contains("UTC=1000, \033[1;36m settingReason: 5, ret: 1"));
+}
+
 TEST_F(TimeManagerTest, ASystemTimeThatCannotBeReadIsLoggedAndLeavesTheHardwareClockAlone) {
     FakeTime::now = 1000;
-    FakeTime::result = -2;
+    for (const int result : {-2, 1}) {
+        FakeTime::result = result;
+        FakeDlog::clear();
 
-    m_time->SyncTime();
+        m_time->SyncTime();
 
-    EXPECT_THAT(Actions::take(), IsEmpty());
-    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("UTC! failed, ret=-2"));
-    // The last number is whether the system time was read, not whether the reason was.
-    EXPECT_THAT(FakeDlog::messages(kDebug), ElementsAre("TCTimeManager::SyncTime", "get System Time UTC!",
-                                                        "UTC=0, \033[1;36m settingReason: 1, ret: 0"));
+        EXPECT_THAT(Actions::take(), IsEmpty());
+        EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("UTC! failed, ret=" + std::to_string(result)));
+        // The last number is whether the system time was read, not whether the reason was.
+        EXPECT_THAT(FakeDlog::messages(kDebug), ElementsAre("TCTimeManager::SyncTime", "get System Time UTC!",
+                                                            "UTC=0, \033[1;36m settingReason: 1, ret: 0"));
+    }
 }
 
 TEST_F(TimeManagerTest, AHardwareClockThatIsNotThereStartsNothing) {
@@ -441,12 +490,31 @@ TEST_F(TimeManagerTest, AHardwareClockThatIsNotThereStartsNothing) {
 
 TEST_F(TimeManagerTest, AHardwareClockThatCannotBeReadIsClosedAndStartsNothing) {
     FakeTime::now = 1000;
-    Rtc::reads = false;
+    Rtc::readResult = -1;
 
     m_time->SyncTime();
 
     EXPECT_THAT(Actions::take(), ElementsAre("open /dev/rtc0", "read", "close"));
     EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("/dev/rtc0 read fail"));
+}
+
+TEST_F(TimeManagerTest, AReadThatReturnsAPositiveNumberIsNoFailure) {
+    FakeTime::now = 1000;
+    Rtc::set(1004);
+    Rtc::readResult = 1;
+
+    EXPECT_TRUE(startsService());
+    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
+}
+
+TEST_F(TimeManagerTest, TheDescriptorZeroIsReadAndClosedToo) {
+    FakeTime::now = 1000;
+    Rtc::descriptor = 0;
+
+    m_time->SyncTime();
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("open /dev/rtc0", "read", "close", "StateManager::Notify 4 0 0 0"));
 }
 
 TEST_F(TimeManagerTest, AMonthThatIsNoneCountsAsUnreadable) {
