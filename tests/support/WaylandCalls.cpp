@@ -18,6 +18,7 @@ std::function<int(const timespec&, timespec&)> WaylandCalls::onSleep;
 int WaylandCalls::flushes = 0;
 int WaylandCalls::dispatches = 0;
 wl_proxy* WaylandCalls::notifier = nullptr;
+std::uint32_t WaylandCalls::notifierName = 0;
 GSource* WaylandCalls::source = nullptr;
 
 void WaylandCalls::detach() {
@@ -37,6 +38,7 @@ void WaylandCalls::reset() {
     flushes = 0;
     dispatches = 0;
     notifier = nullptr;
+    notifierName = 0;
 }
 
 extern "C" {
@@ -80,6 +82,7 @@ wl_proxy* __wrap_wl_proxy_marshal_flags(wl_proxy* proxy, std::uint32_t opcode, c
     const auto* const word = va_arg(arguments, const char*);
     const auto wanted = va_arg(arguments, std::uint32_t);
     va_end(arguments);
+    WaylandCalls::notifierName = name;
     WaylandCalls::notifier =
         __real_wl_proxy_marshal_flags(proxy, opcode, interface, version, flags, name, word, wanted, nullptr);
     return WaylandCalls::notifier;

@@ -11,6 +11,7 @@
 
 #include <glib.h>
 
+#include <cstdint>
 #include <ctime>
 #include <deque>
 #include <functional>
@@ -37,6 +38,8 @@ struct WaylandCalls {
     static int dispatches;
     /** The last notifier that was bound; one whose connection is gone dangles. */
     static wl_proxy* notifier;
+    /** The number of the global that was bound as this notifier, 0 before. */
+    static std::uint32_t notifierName;
     /** The source that was attached, null when there is none. */
     static GSource* source;
 

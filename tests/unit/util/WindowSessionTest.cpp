@@ -19,6 +19,7 @@
 #include "support/Compositor.h"
 #include "support/Files.h"
 #include "support/ReceiverWorld.h"
+#include "support/Wait.h"
 #include "support/WaylandCalls.h"
 #include "util/AppIdCache.h"
 #include "util/ZELLiteWaylandNotificationReceiver.h"
@@ -33,18 +34,20 @@ using testing::Not;
 
 namespace {
 
+constexpr int kInfo = 4;
 constexpr int kError = 6;
 constexpr int kVisibility = 1;
 constexpr int kDelete = 2;
 constexpr int kHint = 3;
 constexpr const char* kSession7 = "##_WM_USE_HINTS_WIN__winID_7";
+constexpr const char* kSession8 = "##_WM_USE_HINTS_WIN__winID_8";
 
 class WindowTest : public ReceiverWorld {
 protected:
     WindowTest() { startOn(); }
     // The traces outlive the receiver: they are closed as the window manager would.
     ~WindowTest() override {
-        for (const int window : {7, -1}) {
+        for (const int window : {7, 8, -1}) {
             m_receiver->CloseSession("##_WM_USE_HINTS_WIN__winID_" + std::to_string(window), window, 0);
         }
     }
@@ -177,6 +180,77 @@ TEST_F(WindowTest, ARemovedHintClosesAndAnUnknownOneChangesNothing) {
                             "Number of removed items: 1"));
 }
 
+TEST_F(WindowTest, ARemovedHintOfAWindowWithoutSessionClosesNothing) {
+    EXPECT_THAT(afterEvent(2, kHint, {7, 77, 2}),
+                ElementsAre("Event CLIENT_AUX_HINT_CHANGE resID:7 hint[2]:Hint removed appPid:77",
+                            "Top most clientID: 4242"));
+    EXPECT_THAT(sessionActions(), IsEmpty());
+}
+
+TEST_F(WindowTest, EachWindowHasASessionOfItsOwn) {
+    afterEvent(3, kVisibility, {7, 77, 0});
+
+    EXPECT_THAT(
+        afterEvent(3, kVisibility, {8, 77, 0}),
+        ElementsAre("Event CLIENT_VISIBILITY_CHANGE resID:8 Visibility[0]:Visible appPid:77 isTerminated:0 ",
+                    "Adding client winId:8 app_pid:77", "Open session"))
+        << "also when both belong to one process";
+
+    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_8  "));
+    EXPECT_EQ(m_receiver->GetTraceId(kSession7), 7);
+    EXPECT_EQ(m_receiver->GetTraceId(kSession8), 8);
+}
+
+// Closes window 7 of two in each of the ways there are. Window 8 is a client still: it is not added again.
+TEST_F(WindowTest, ClosingOneWindowKeepsTheOther) {
+    struct Row {
+        int kind;
+        int state;
+    };
+    for (const auto& [kind, state] : {Row{kVisibility, 2}, Row{kHint, 2}, Row{kDelete, 0}}) {
+        SCOPED_TRACE(kind);
+        afterEvent(3, kVisibility, {7, 77, 0});
+        afterEvent(kind == kHint ? 4 : 3, kind == kHint ? kHint : kVisibility,
+                   {8, 88, kind == kHint ? 1 : 0});
+
+        afterEvent(kind == kHint ? 5 : 4, kind, {7, 77, state});
+        EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_7"));
+        EXPECT_EQ(m_receiver->GetTraceId(kSession7), -1);
+        EXPECT_EQ(m_receiver->GetTraceId(kSession8), 8);
+
+        EXPECT_THAT(afterEvent(2, kVisibility, {8, 88, 0}), Contains("Client already winId:8 app_pid:88"));
+        EXPECT_THAT(sessionActions(), IsEmpty());
+        EXPECT_THAT(afterEvent(3, kVisibility, {7, 77, 0}), Contains("Adding client winId:7 app_pid:77"));
+        EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_7  "));
+
+        for (const int window : {7, 8}) {
+            afterEvent(4, kDelete, {window, 77, 0});
+        }
+    }
+}
+
+// The notifier that was bound stays usable: only new clients do not get one.
+TEST_F(WindowTest, EventsAreServedThoughTheNotifierWasWithdrawn) {
+    const std::string removed = "Global interface removed: " + std::to_string(WaylandCalls::notifierName);
+    m_compositor->withdrawNotifier();
+    EXPECT_TRUE(becomesTrue([] {
+        g_main_context_iteration(nullptr, FALSE);
+        return !FakeDlog::messages(kInfo).empty();
+    }));
+    EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre(removed));
+    EXPECT_EQ(FakeDlog::lines().size(), 1U);
+    EXPECT_THAT(sessionActions(), IsEmpty());
+
+    EXPECT_THAT(afterEvent(4, kHint, {7, 77, 1}), Contains("Open session"));
+    EXPECT_EQ(m_compositor->topMostRequests(), 1);
+    EXPECT_THAT(afterEvent(4, kDelete, {7, 77, 0}), Contains("Close session"));
+
+    m_receiver.reset();
+    EXPECT_THAT(Actions::take(), Contains("destroyed tizen_zel_notifier"));
+    WaylandCalls::detach();
+    make();
+}
+
 TEST_F(WindowTest, EventsThatComeWithTheTopMostAnswerAreServedBeforeTheHint) {
     m_compositor->onTopMostRequest([](Compositor& compositor) {
         compositor.onTopMostRequest(nullptr);
@@ -223,6 +297,8 @@ TEST_F(WindowTest, WindowMinusOneIsClosedByDeletionOnly) {
     EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_-1  "));
 
     afterEvent(1, kVisibility, {-1, 77, 2});
+    EXPECT_THAT(sessionActions(), IsEmpty());
+    afterEvent(2, kHint, {-1, 77, 2});
     EXPECT_THAT(sessionActions(), IsEmpty());
 
     afterEvent(4, kDelete, {-1, 77, 0});
@@ -446,11 +522,24 @@ TEST_F(WindowTest, OnADebugSetAnUnknownApplicationIsNamedByItsSession) {
 }
 
 TEST_F(WindowTest, OnAnOrdinarySetNoTraceIsOpenedAndNobodyIsLookedUp) {
-    afterEvent(3, kVisibility, {7, 504, 0});
-    afterEvent(4, kDelete, {7, 504, 0});
+    EXPECT_THAT(afterEvent(3, kVisibility, {7, 504, 0}),
+                Not(Contains("aul_app_get_appid_bypid call start!")));
+    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_7  "));
 
-    EXPECT_THAT(sessionActions(), Not(Contains(testing::HasSubstr("Trace"))));
-    EXPECT_EQ(FakeDlog::count(kError, "aul_app_get_appid_bypid call start!"), 0U);
+    EXPECT_THAT(afterEvent(4, kDelete, {7, 504, 0}), Not(Contains("aul_app_get_appid_bypid call start!")));
+    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_7"));
+}
+
+TEST_F(WindowTest, OnADebugSetDeletingAWindowThatWasNeverVisibleClosesItsTraceToo) {
+    writeFile("/etc/debug", "");
+    FakeSessionControl::lastTrace = {};
+
+    EXPECT_THAT(afterEvent(6, kDelete, {7, 77, 0}), Contains("Number of removed items: 0"));
+
+    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_7",
+                                              "SessionControl::CloseDebugTrace"));
+    EXPECT_EQ(FakeSessionControl::lastTrace.sessionId, kSession7);
+    EXPECT_EQ(FakeSessionControl::lastTrace.traceId, 7);
 }
 
 TEST_F(WindowTest, AWindowThatHoldsATraceAlreadyKeepsIt) {
@@ -476,6 +565,23 @@ TEST_F(WindowTest, TheEndForgetsTheWindowsAndKeepsTheTraces) {
 
     EXPECT_EQ(m_receiver->GetTraceId(kSession7), 7);
     EXPECT_TRUE(m_receiver->AddToActiveClients(7, 77));
+}
+
+TEST_F(WindowTest, AWindowOfAnEarlierReceiverIsClosedWhenItIsHidden) {
+    afterEvent(3, kVisibility, {7, 77, 0});
+    m_receiver.reset();
+    WaylandCalls::detach();
+    m_compositor.reset();
+    make();
+    startOn();
+
+    EXPECT_THAT(
+        afterEvent(5, kVisibility, {7, 77, 2}),
+        ElementsAre(
+            "Event CLIENT_VISIBILITY_CHANGE resID:7 Visibility[2]:Not visible appPid:77 isTerminated:0 ",
+            "Close session", "Removing client winId:7 app_pid:77", "No such client winId:7 app_pid:77",
+            "Number of removed items: 1"));
+    EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Close ##_WM_USE_HINTS_WIN__winID_7"));
 }
 
 // Without a connection
