@@ -1,0 +1,413 @@
+// SPDX-License-Identifier: Apache-2.0
+// The file that the table of sessions is kept in: its bytes, what is planted in its place, what it may do to
+// the daemon that reads it.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <new>
+
+#include "fakes/Actions.h"
+#include "fakes/FakeDlog.h"
+#include "support/Files.h"
+#include "support/Plant.h"
+#include "support/StateFileWorld.h"
+
+using fakes::Actions;
+using fakes::FakeDlog;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+constexpr int kInfo = 4;
+constexpr int kError = 6;
+
+using SessionStateFileTest = StateFileWorld;
+
+// The largest piece of memory asked for since it was last set to 0.
+std::atomic<std::size_t> largestAllocation{0};
+
+}  // namespace
+
+// Not inlined: with only one of a pair inlined, GCC takes the two for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    largestAllocation = std::max(largestAllocation.load(), size);
+    void* memory = std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+
+// Saving
+
+TEST_F(SessionStateFileTest, EmptyTextsAreStoredAsALengthOfZero) {
+    TCSessionControl control(m_manager);
+
+    control.Open("", "", "");
+
+    EXPECT_EQ(readFile(kState), number(1) + number(0) + number(0) + number(0));
+}
+
+TEST_F(SessionStateFileTest, BytesAboveOneHundredTwentySevenAndZerosAreStoredAsTheyAre) {
+    TCSessionControl control(m_manager);
+    const std::string program("\xc3\xa9\xff\x80\0z", 6);
+
+    control.Open(":1.5", program, "42");
+
+    EXPECT_EQ(readFile(kState), number(1) + session(":1.5", program, "42"));
+    forget();
+    TCSessionControl reader(m_manager);
+    ASSERT_TRUE(reader.Open("~", "", ""));
+    EXPECT_EQ(readFile(kState), number(2) + session(":1.5", program, "42") + session("~", "", ""));
+}
+
+TEST_F(SessionStateFileTest, SessionsAreOrderedByTheirBytes) {
+    TCSessionControl control(m_manager);
+
+    control.Open("\xff", "", "");
+    control.Open("a", "", "");
+    control.Open("B", "", "");
+
+    EXPECT_EQ(readFile(kState),
+              number(3) + session("B", "", "") + session("a", "", "") + session("\xff", "", ""));
+}
+
+TEST_F(SessionStateFileTest, ALinkAtTheTemporaryPathFailsEverySaveAndLeavesTheStateFile) {
+    TCSessionControl control(m_manager);
+    control.Open("a", "ant", "1");
+    const std::string before = readFile(kState);
+    writeFile("/tmp/victim", "precious");
+    ASSERT_EQ(symlink("/tmp/victim", kTemporary), 0);
+    forget();
+    testing::internal::CaptureStdout();
+
+    EXPECT_TRUE(control.Open("b", "bee", "2")) << "the session is open though it is not saved";
+
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(printed, StartsWith("ASSERT!!! - function m_saveState, line "));
+    EXPECT_THAT(printed, testing::HasSubstr("ASSERT!!! - function m_Open, line "));
+    EXPECT_THAT(Actions::take(),
+                Contains(StartsWith("assert saved /usr/src/zel-lite/src/SessionControl.cpp ")));
+    EXPECT_EQ(readFile(kState), before);
+    EXPECT_EQ(readFile("/tmp/victim"), "precious");
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(control.Close("b"));
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::HasSubstr("ASSERT!!! - function m_Close, line "));
+    EXPECT_EQ(readFile(kState), before);
+}
+
+TEST_F(SessionStateFileTest, ALinkPlantedAfterTheLookAtTheTemporaryPathIsNotFollowed) {
+    TCSessionControl control(m_manager);
+    writeFile("/tmp/victim", "precious");
+    plantAtOpen(kTemporary, [] { EXPECT_EQ(symlink("/tmp/victim", kTemporary), 0); });
+    forget();
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    EXPECT_TRUE(wasPlanted());
+    EXPECT_EQ(readFile("/tmp/victim"), "precious");
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Open error: Too many levels of symbolic links"));
+    EXPECT_EQ(FakeDlog::lines().back().function(), "m_saveState");
+    EXPECT_FALSE(exists(kState));
+}
+
+TEST_F(SessionStateFileTest, AFolderAtTheTemporaryPathIsAnOpenError) {
+    TCSessionControl control(m_manager);
+    ASSERT_EQ(mkdir(kTemporary, 0755), 0);
+    forget();
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Open error: Is a directory"));
+}
+
+TEST_F(SessionStateFileTest, AFifoAtTheTemporaryPathBlocksNobody) {
+    TCSessionControl control(m_manager);
+    ASSERT_EQ(mkfifo(kTemporary, 0600), 0);
+    forget();
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Open error: No such device or address"));
+}
+
+TEST_F(SessionStateFileTest, AStrangersTemporaryFileDoesNotMakeTheStateFileTheirs) {
+    TCSessionControl control(m_manager);
+    writeFile(kTemporary, "theirs");
+    ASSERT_EQ(chown(kTemporary, 1234, 1234), 0);
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    struct stat status {};
+    ASSERT_EQ(stat(kState, &status), 0);
+    EXPECT_EQ(status.st_uid, geteuid());
+}
+
+TEST_F(SessionStateFileTest, ALeftOverTemporaryFileIsReplaced) {
+    TCSessionControl control(m_manager);
+    writeFile(kTemporary, std::string(1000, 'x'));
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    EXPECT_EQ(readFile(kState), number(1) + session("a", "ant", "1"));
+    EXPECT_FALSE(exists(kTemporary));
+}
+
+TEST_F(SessionStateFileTest, AWriteErrorLeavesThePartialFileAndTheOldState) {
+    TCSessionControl control(m_manager);
+    control.Open("a", "ant", "1");
+    const std::string before = readFile(kState);
+    forget();
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    // One byte short of the two sessions.
+    const rlimit limit{37, old.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+
+    const bool opened = control.Open("b", "bee", "2");
+
+    setrlimit(RLIMIT_FSIZE, &old);
+    signal(SIGXFSZ, SIG_DFL);
+    EXPECT_TRUE(opened);
+    EXPECT_EQ(readFile(kState), before);
+    EXPECT_TRUE(exists(kTemporary));
+    EXPECT_THAT(FakeDlog::messages(kError), Contains("Write error: File too large, size: 38"));
+}
+
+TEST_F(SessionStateFileTest, AStateFileThatCannotBeReplacedIsLogged) {
+    TCSessionControl control(m_manager);
+    std::filesystem::create_directories(std::string(kState) + "/full");
+    forget();
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Can not rename state tmp file"));
+    EXPECT_THAT(Actions::take(), Contains(StartsWith("assert saved ")));
+}
+
+TEST_F(SessionStateFileTest, AStateFileThatCannotBeRemovedIsLogged) {
+    TCSessionControl control(m_manager);
+    control.Open("a", "ant", "1");
+    unlink(kState);
+    std::filesystem::create_directories(std::string(kState) + "/full");
+    forget();
+
+    EXPECT_TRUE(control.Close("a"));
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Can not remove state file"));
+    EXPECT_THAT(Actions::take(), Contains(StartsWith("assert saved ")));
+}
+
+// Loading
+
+TEST_F(SessionStateFileTest, SessionsOfAPreviousRunAreReadBack) {
+    load(number(2) + session(":1.5", "player", "42") + session(":1.9", "browser", "43"));
+
+    EXPECT_THAT(FakeDlog::messages(kInfo),
+                ElementsAre("Read sessions, sessionsNum(2), contentSize(53)",
+                            "Load state, sessionId(:1.5), progName(player), pid(42)",
+                            "Load state, sessionId(:1.9), progName(browser), pid(43)"));
+    EXPECT_EQ(FakeDlog::lines().back().function(), "m_loadState");
+    EXPECT_TRUE(exists(kState)) << "the file stays until the next save";
+    EXPECT_TRUE(m_control->IsAnySessionActive());
+    EXPECT_TRUE(m_control->Close(":1.5"));
+    EXPECT_EQ(readFile(kState), number(1) + session(":1.9", "browser", "43"));
+}
+
+TEST_F(SessionStateFileTest, AnEmptyOrThreeByteStateFileIsRefusedWithItsSize) {
+    for (const std::string& content : {std::string(), std::string("abc")}) {
+        forget();
+
+        load(content);
+
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    ElementsAre("Error read, contentSize(" + std::to_string(content.size()) + ")",
+                                "Can not load session state"));
+        EXPECT_FALSE(m_control->IsAnySessionActive());
+    }
+}
+
+TEST_F(SessionStateFileTest, ACountBelowOneIsRefusedAndLoadsNothing) {
+    for (const int count : {0, -1, INT_MIN}) {
+        forget();
+
+        load(number(count) + session("a", "b", "c"));
+
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    ElementsAre("Error read, sessionsNum(" + std::to_string(count) + "), contentSize(19)",
+                                "Can not load session state"));
+        EXPECT_FALSE(m_control->IsAnySessionActive());
+    }
+}
+
+TEST_F(SessionStateFileTest, OfTwoSessionsWithOneIdTheLaterWins) {
+    load(number(2) + session("a", "first", "1") + session("a", "second", "2"));
+
+    EXPECT_EQ(tableAfterOneMore(), number(2) + session("a", "second", "2") + session("~", "", ""));
+}
+
+TEST_F(SessionStateFileTest, EmptyTextsAreReadBackAsEmpty) {
+    load(number(1) + session("", "", ""));
+
+    EXPECT_EQ(tableAfterOneMore(), number(2) + session("", "", "") + session("~", "", ""));
+}
+
+TEST_F(SessionStateFileTest, AFileCutAnywhereKeepsTheSessionsBeforeTheCut) {
+    const std::string one = session("a", "ant", "1");
+    const std::string two = session("b", "bee", "22");
+    const std::string three = session("c", "", "333");
+    const std::string whole = number(3) + one + two + three;
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        SCOPED_TRACE("cut to " + std::to_string(size));
+        forget();
+
+        load(whole.substr(0, size));
+
+        std::string kept;
+        int count = 0;
+        std::size_t end = 4;
+        for (const std::string& part : {one, two, three}) {
+            end += part.size();
+            if (size >= end) {
+                kept += part;
+                ++count;
+            }
+        }
+        EXPECT_EQ(FakeDlog::messages(kError).back(), "Can not load session state");
+        EXPECT_EQ(m_control->IsAnySessionActive(), count > 0);
+        EXPECT_EQ(tableAfterOneMore(), number(count + 1) + kept + session("~", "", ""));
+    }
+}
+
+TEST_F(SessionStateFileTest, AWholeFileIsReadWithoutComplaintWhateverFollows) {
+    load(number(1) + session("a", "ant", "1") + "trailing bytes");
+
+    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
+    EXPECT_EQ(tableAfterOneMore(), number(2) + session("a", "ant", "1") + session("~", "", ""));
+}
+
+TEST_F(SessionStateFileTest, ALengthThatTheFileCannotHoldEndsTheLoad) {
+    const std::string good = session("a", "ant", "1");
+    for (const int length : {-1, -2, INT_MIN, INT_MAX, INT_MAX - 4, 3, 1 << 30}) {
+        SCOPED_TRACE(length);
+        // Two bytes follow the length: it reaches past the end, or below zero.
+        for (const std::string& before : {std::string(), text("b"), text("b") + text("bee")}) {
+            forget();
+
+            load(number(2) + good + before + number(length) + "xy");
+
+            EXPECT_EQ(FakeDlog::messages(kError), std::vector<std::string>{"Can not load session state"});
+            EXPECT_EQ(tableAfterOneMore(), number(2) + good + session("~", "", ""));
+        }
+    }
+}
+
+TEST_F(SessionStateFileTest, NothingIsAllocatedForALengthThatTheFileCannotHold) {
+    for (const int length : {INT_MAX, 1 << 30, 1 << 20}) {
+        const std::string content = number(1) + number(length) + "xy";
+        writeFile(kState, content);
+        largestAllocation = 0;
+
+        TCSessionControl control(m_manager);
+
+        EXPECT_LT(largestAllocation, 100'000U);
+    }
+}
+
+TEST_F(SessionStateFileTest, ALengthThatSwallowsTheNextFieldsEndsWhereTheFileEnds) {
+    // The first id claims the bytes of all that follows, so nothing is left for the program name.
+    load(number(1) + number(12) + std::string(12, 'x'));
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Can not load session state"));
+    EXPECT_FALSE(m_control->IsAnySessionActive());
+}
+
+TEST_F(SessionStateFileTest, AHugeCountInASmallFileEndsAtOnceAndKeepsWhatWasRead) {
+    const std::string content =
+        number(INT_MAX) + session("a", "ant", "1") + session("b", "bee", "2") + std::string(22, '\xff');
+    ASSERT_EQ(content.size(), 60U);
+
+    load(content);
+
+    EXPECT_EQ(FakeDlog::messages(kError), std::vector<std::string>{"Can not load session state"});
+    EXPECT_EQ(FakeDlog::messages(kInfo).size(), 3U) << "one line of the count, one a session";
+    EXPECT_EQ(tableAfterOneMore(),
+              number(3) + session("a", "ant", "1") + session("b", "bee", "2") + session("~", "", ""));
+}
+
+TEST_F(SessionStateFileTest, AnAbsurdlyLargeFileIsRefusedUnread) {
+    writeFile(kState, "");
+    ASSERT_EQ(truncate(kState, 64L * 1024 * 1024 + 1), 0);
+
+    TCSessionControl control(m_manager);
+
+    EXPECT_THAT(FakeDlog::messages(kError),
+                ElementsAre("Error read, contentSize(67108865)", "Can not load session state"));
+}
+
+TEST_F(SessionStateFileTest, AFileThatCannotBeOpenedIsLoggedAndStays) {
+    struct Row {
+        const char* what;
+        std::function<void()> make;
+    };
+    const std::vector<Row> rows{
+        {"somebody else's",
+         [] {
+             writeFile(kState, number(1) + session("a", "ant", "1"));
+             EXPECT_EQ(chown(kState, 1234, 1234), 0);
+         }},
+        {"a folder", [] { EXPECT_EQ(mkdir(kState, 0755), 0); }},
+        {"a FIFO", [] { EXPECT_EQ(mkfifo(kState, 0600), 0); }},
+        {"a link",
+         [] {
+             writeFile("/tmp/victim", number(1) + session("a", "ant", "1"));
+             EXPECT_EQ(symlink("/tmp/victim", kState), 0);
+         }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::filesystem::remove_all(kState);
+        row.make();
+        forget();
+
+        TCSessionControl control(m_manager);
+
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    ElementsAre("Can not open state file", "Can not load session state"));
+        EXPECT_FALSE(control.IsAnySessionActive());
+        EXPECT_TRUE(exists(kState));
+    }
+}
+
+TEST_F(SessionStateFileTest, ALinkPlantedBeforeTheOpenIsNotRead) {
+    writeFile("/tmp/victim", number(1) + session("a", "ant", "1"));
+    plantAtOpen(kState, [] { EXPECT_EQ(symlink("/tmp/victim", kState), 0); });
+
+    TCSessionControl control(m_manager);
+
+    EXPECT_TRUE(wasPlanted());
+    EXPECT_FALSE(control.IsAnySessionActive());
+}
