@@ -71,14 +71,19 @@ TEST_F(SessionControlTest, OpeningASessionSendsTheStartTriggerAndSaves) {
     EXPECT_EQ(readFile(kState), number(1) + session(":1.5", "player", "42"));
 }
 
-TEST_F(SessionControlTest, OpeningSaysWhetherTheServiceWasTerminated) {
+TEST_F(SessionControlTest, OpeningLogsWhetherTheServiceWasTerminatedBeforeTheTrigger) {
     TCSessionControl control(m_manager);
     FakeStateManager::terminated = true;
+    FakeStateManager::duringNotify = [] { FakeStateManager::terminated = false; };
     forget();
+    FakeDlog::recordActions();
 
     control.Open(":1.5", "player", "42");
 
-    EXPECT_THAT(FakeDlog::messages(kInfo), Contains(testing::EndsWith("terminated(1)")));
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("log m_Open: call Notify(TRIGGER_TYPE_START_ZEL_MAIN, TSNotifyData()), "
+                            "sessionId(:1.5), progName(player), pid(42), terminated(1)",
+                            "StateManager::Notify 1 0 0 0"));
 }
 
 TEST_F(SessionControlTest, OpeningTwiceIsRefusedAndKeepsTheFirstRecord) {
@@ -93,6 +98,8 @@ TEST_F(SessionControlTest, OpeningTwiceIsRefusedAndKeepsTheFirstRecord) {
         ElementsAre("Try to open already connected session: sessionId(:1.5), progName(second), pid(2)"));
     EXPECT_THAT(Actions::take(), IsEmpty());
     EXPECT_EQ(readFile(kState), number(1) + session(":1.5", "first", "1"));
+    ASSERT_TRUE(control.Open("~", "", "")) << "the next save shows the table";
+    EXPECT_EQ(readFile(kState), number(2) + session(":1.5", "first", "1") + session("~", "", ""));
 }
 
 TEST_F(SessionControlTest, AFailedStartKeepsTheSessionUnsaved) {
