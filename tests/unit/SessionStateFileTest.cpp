@@ -11,8 +11,10 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <new>
 
@@ -27,6 +29,7 @@ using fakes::FakeDlog;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::StartsWith;
 
 namespace {
@@ -38,13 +41,33 @@ using SessionStateFileTest = StateFileWorld;
 
 // The largest piece of memory asked for since it was last set to 0.
 std::atomic<std::size_t> largestAllocation{0};
+// Larger pieces than this can't be had.
+std::atomic<std::size_t> allocationLimit{SIZE_MAX};
+
+// Larger than what anything but a large text needs.
+constexpr std::size_t kSmall = 100'000;
+constexpr std::size_t kLarge = 1'000'000;
+
+// As if memory was short, while it lives.
+class ShortMemory {
+public:
+    ShortMemory() { allocationLimit = kSmall; }
+    ~ShortMemory() { allocationLimit = SIZE_MAX; }
+    ShortMemory(const ShortMemory&) = delete;
+    ShortMemory& operator=(const ShortMemory&) = delete;
+};
+
+// The number behind a text's last blank.
+std::string lastWord(const std::string& line) {
+    return line.substr(line.rfind(' ') + 1);
+}
 
 }  // namespace
 
 // Not inlined: with only one of a pair inlined, GCC takes the two for a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     largestAllocation = std::max(largestAllocation.load(), size);
-    void* memory = std::malloc(size);
+    void* memory = size > allocationLimit ? nullptr : std::malloc(size);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -104,18 +127,79 @@ TEST_F(SessionStateFileTest, ALinkAtTheTemporaryPathFailsEverySaveAndLeavesTheSt
 
     EXPECT_TRUE(control.Open("b", "bee", "2")) << "the session is open though it is not saved";
 
+    const auto actions = Actions::take();
     const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_THAT(printed, StartsWith("ASSERT!!! - function m_saveState, line "));
-    EXPECT_THAT(printed, testing::HasSubstr("ASSERT!!! - function m_Open, line "));
-    EXPECT_THAT(Actions::take(),
-                Contains(StartsWith("assert saved /usr/src/zel-lite/src/SessionControl.cpp ")));
+    ASSERT_THAT(actions,
+                ElementsAre("StateManager::Notify 1 0 0 0",
+                            MatchesRegex("assert .+ /usr/src/zel-lite/src/SessionControl.cpp [0-9]+"),
+                            StartsWith("assert saved /usr/src/zel-lite/src/SessionControl.cpp ")));
+    EXPECT_EQ(printed, "ASSERT!!! - function m_saveState, line " + lastWord(actions[1]) +
+                           "ASSERT!!! - function m_Open, line " + lastWord(actions[2]));
     EXPECT_EQ(readFile(kState), before);
     EXPECT_EQ(readFile("/tmp/victim"), "precious");
-    testing::internal::CaptureStdout();
     EXPECT_TRUE(control.Close("b"));
-    EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::HasSubstr("ASSERT!!! - function m_Close, line "));
     EXPECT_EQ(readFile(kState), before);
+}
+
+TEST_F(SessionStateFileTest, AFailedSaveAtOpenIsAnAssertionAndTheSessionStays) {
+    TCSessionControl control(m_manager);
+    ASSERT_EQ(mkdir(kTemporary, 0755), 0);
+    forget();
+    testing::internal::CaptureStdout();
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    const auto actions = Actions::take();
+    const std::string printed = testing::internal::GetCapturedStdout();
+    ASSERT_THAT(actions, ElementsAre("StateManager::Notify 1 0 0 0",
+                                     StartsWith("assert saved /usr/src/zel-lite/src/SessionControl.cpp ")));
+    EXPECT_EQ(printed, "ASSERT!!! - function m_Open, line " + lastWord(actions[1]));
+    EXPECT_TRUE(control.IsAnySessionActive());
+    ASSERT_EQ(rmdir(kTemporary), 0);
+    EXPECT_TRUE(control.Open("b", "bee", "2"));
+    EXPECT_EQ(readFile(kState), number(2) + session("a", "ant", "1") + session("b", "bee", "2"));
+}
+
+TEST_F(SessionStateFileTest, AFailedSaveAtCloseIsAnAssertionAndTheSessionIsClosed) {
+    TCSessionControl control(m_manager);
+    control.Open("a", "ant", "1");
+    control.Open("b", "bee", "2");
+    ASSERT_EQ(mkdir(kTemporary, 0755), 0);
+    forget();
+    testing::internal::CaptureStdout();
+
+    EXPECT_TRUE(control.Close("a"));
+
+    const auto actions = Actions::take();
+    const std::string printed = testing::internal::GetCapturedStdout();
+    ASSERT_THAT(actions, ElementsAre(StartsWith("assert saved /usr/src/zel-lite/src/SessionControl.cpp ")));
+    EXPECT_EQ(printed, "ASSERT!!! - function m_Close, line " + lastWord(actions[0]));
+    EXPECT_FALSE(control.Close("a"));
+    ASSERT_EQ(rmdir(kTemporary), 0);
+    EXPECT_TRUE(control.Open("c", "cat", "3"));
+    EXPECT_EQ(readFile(kState), number(2) + session("b", "bee", "2") + session("c", "cat", "3"));
+}
+
+TEST_F(SessionStateFileTest, ATableThatDoesNotFitIntoMemoryIsNotSavedAndOpenAndCloseSucceed) {
+    TCSessionControl control(m_manager);
+    control.Open("a", std::string(kLarge, 'x'), "1");
+    const std::string before = readFile(kState);
+    ASSERT_EQ(before, number(1) + session("a", std::string(kLarge, 'x'), "1"));
+    forget();
+
+    {
+        const ShortMemory shortage;
+        EXPECT_NO_THROW(EXPECT_TRUE(control.Open("b", "bee", "2")));
+        EXPECT_NO_THROW(EXPECT_TRUE(control.Open("c", "cat", "3")));
+        EXPECT_NO_THROW(EXPECT_TRUE(control.Close("c")));
+    }
+
+    EXPECT_THAT(Actions::take(), ElementsAre("StateManager::Notify 1 0 0 0", StartsWith("assert saved "),
+                                             "StateManager::Notify 1 0 0 0", StartsWith("assert saved "),
+                                             StartsWith("assert saved ")));
+    EXPECT_EQ(readFile(kState), before);
+    EXPECT_TRUE(control.Close("a"));
+    EXPECT_EQ(readFile(kState), number(1) + session("b", "bee", "2"));
 }
 
 TEST_F(SessionStateFileTest, ALinkPlantedAfterTheLookAtTheTemporaryPathIsNotFollowed) {
@@ -163,6 +247,32 @@ TEST_F(SessionStateFileTest, AStrangersTemporaryFileDoesNotMakeTheStateFileTheir
     struct stat status {};
     ASSERT_EQ(stat(kState, &status), 0);
     EXPECT_EQ(status.st_uid, geteuid());
+}
+
+TEST_F(SessionStateFileTest, AStrangersTemporaryFileIsReplacedAndKeepsItsContent) {
+    TCSessionControl control(m_manager);
+    writeFile(kTemporary, "theirs");
+    ASSERT_EQ(chown(kTemporary, 1234, 1234), 0);
+    std::ifstream theirs(kTemporary);
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    std::string content;
+    EXPECT_TRUE(theirs >> content) << "it was emptied";
+    EXPECT_EQ(content, "theirs");
+    EXPECT_EQ(readFile(kState), number(1) + session("a", "ant", "1"));
+}
+
+TEST_F(SessionStateFileTest, ATemporaryFileWithASecondNameIsReplacedAndKeepsItsContent) {
+    TCSessionControl control(m_manager);
+    writeFile("/tmp/victim", "precious");
+    ASSERT_EQ(link("/tmp/victim", kTemporary), 0);
+
+    EXPECT_TRUE(control.Open("a", "ant", "1"));
+
+    EXPECT_EQ(readFile("/tmp/victim"), "precious");
+    EXPECT_EQ(readFile(kState), number(1) + session("a", "ant", "1"));
+    EXPECT_EQ(std::filesystem::hard_link_count(kState), 1U);
 }
 
 TEST_F(SessionStateFileTest, ALeftOverTemporaryFileIsReplaced) {
@@ -248,6 +358,14 @@ TEST_F(SessionStateFileTest, AnEmptyOrThreeByteStateFileIsRefusedWithItsSize) {
                                 "Can not load session state"));
         EXPECT_FALSE(m_control->IsAnySessionActive());
     }
+}
+
+TEST_F(SessionStateFileTest, AFileOfACountAloneIsNotRefusedForItsSize) {
+    load(number(1));
+
+    EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre("Read sessions, sessionsNum(1), contentSize(4)"));
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Can not load session state"));
+    EXPECT_FALSE(m_control->IsAnySessionActive());
 }
 
 TEST_F(SessionStateFileTest, ACountBelowOneIsRefusedAndLoadsNothing) {
@@ -366,6 +484,41 @@ TEST_F(SessionStateFileTest, AnAbsurdlyLargeFileIsRefusedUnread) {
 
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre("Error read, contentSize(67108865)", "Can not load session state"));
+}
+
+TEST_F(SessionStateFileTest, AFileOfTheLargestSizeIsRead) {
+    writeFile(kState, number(1) + session("a", "ant", "1"));
+    ASSERT_EQ(truncate(kState, 64L * 1024 * 1024), 0);
+
+    TCSessionControl control(m_manager);
+
+    EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre("Read sessions, sessionsNum(1), contentSize(67108864)",
+                                                       "Load state, sessionId(a), progName(ant), pid(1)"));
+    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
+    EXPECT_TRUE(control.Close("a"));
+}
+
+TEST_F(SessionStateFileTest, AFileThatDoesNotFitIntoMemoryIsNotLoaded) {
+    writeFile(kState, number(1) + session("a", std::string(kLarge, 'x'), "1"));
+
+    {
+        const ShortMemory shortage;
+        EXPECT_NO_THROW(m_control = std::make_unique<TCSessionControl>(m_manager));
+    }
+
+    ASSERT_TRUE(m_control);
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Can not load session state"));
+    EXPECT_FALSE(m_control->IsAnySessionActive());
+    EXPECT_TRUE(exists(kState));
+}
+
+TEST_F(SessionStateFileTest, ALinkToNothingCountsAsNoStateFile) {
+    ASSERT_EQ(symlink("/tmp/victim", kState), 0);
+
+    TCSessionControl control(m_manager);
+
+    EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre("State file does not exist. Clean session."));
+    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
 }
 
 TEST_F(SessionStateFileTest, AFileThatCannotBeOpenedIsLoggedAndStays) {
