@@ -10,6 +10,7 @@
 #include <ctime>
 #include <mutex>
 #include <set>
+#include <utility>
 
 namespace {
 
@@ -17,6 +18,7 @@ std::mutex mutex;
 std::set<const void*> notified;
 std::vector<long> requested;
 int notifications = 0;
+std::function<void()> notifyHook;
 int toEnd = 0;
 
 bool takeEnd() {
@@ -78,8 +80,14 @@ void HelperWaits::waitForNotifyAll() {
     }
 }
 
+void HelperWaits::afterNotifyAll(std::function<void()> hook) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    notifyHook = std::move(hook);
+}
+
 void HelperWaits::reset() {
     const std::lock_guard<std::mutex> lock(mutex);
+    notifyHook = nullptr;
     requested.clear();
     notifications = 0;
     toEnd = 0;
@@ -108,12 +116,17 @@ extern "C" int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_
 extern "C" void __real__ZNSt18condition_variable10notify_allEv(std::condition_variable* condition);
 extern "C" void __wrap__ZNSt18condition_variable10notify_allEv(std::condition_variable* condition);
 extern "C" void __wrap__ZNSt18condition_variable10notify_allEv(std::condition_variable* condition) {
+    std::function<void()> hook;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         notified.insert(condition);
         ++notifications;
+        hook = std::exchange(notifyHook, nullptr);
     }
     __real__ZNSt18condition_variable10notify_allEv(condition);
+    if (hook) {
+        hook();
+    }
 }
 
 extern "C" void __real__ZNSt18condition_variableD1Ev(std::condition_variable* condition);

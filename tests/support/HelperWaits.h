@@ -10,6 +10,7 @@
 #ifndef TESTS_SUPPORT_HELPER_WAITS_H
 #define TESTS_SUPPORT_HELPER_WAITS_H
 
+#include <functional>
 #include <vector>
 
 struct HelperWaits {
@@ -21,6 +22,9 @@ struct HelperWaits {
 
     /** Waits until somebody has notified all waiters of a condition since the reset. */
     static void waitForNotifyAll();
+
+    /** Runs @p hook once, in the next notification of all waiters of a condition, when they are notified. */
+    static void afterNotifyAll(std::function<void()> hook);
 
     /** Forgets all that. */
     static void reset();

@@ -9,8 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "SessionControl.h"
@@ -23,13 +25,18 @@ public:
     using TCSessionControl::TCSessionControl;
 
     /** Sets the clock, in milliseconds. */
-    void setTime(std::int64_t timeMs) { m_now = timeMs; }
+    void setTime(std::int64_t timeMs) {
+        setClock([timeMs] { return timeMs; });
+    }
+
+    /** Sets what is run for each reading of the clock, under the locks of the reader; it returns the time. */
+    void setClock(std::function<std::int64_t()> clock) { m_clock = std::move(clock); }
 
 protected:
-    std::int64_t t_getTimeMs() override { return m_now; }
+    std::int64_t t_getTimeMs() override { return m_clock(); }
 
 private:
-    std::int64_t m_now = 1000;
+    std::function<std::int64_t()> m_clock = [] { return 1000; };
 };
 
 /** Fixture: every test begins without sessions, traces and switches, on a set that is no debug set. */

@@ -214,6 +214,19 @@ TEST_F(DebugReportTest, ATimeOfAnAttemptThatIsZeroIsEmpty) {
     EXPECT_THAT(report(), HasSubstr("\"LastTryTerminateResult\" : \"SUCCESS\""));
 }
 
+TEST_F(DebugReportTest, ATimeOfTheViewersStateThatIsZeroIsEmptyAndAWrappedOneIsShown) {
+    fakes::FakeVconf::setText("memory/tv-viewer/viewer_state", "live");
+    m_control->setTime(0);
+    fakes::FakeVconf::tell("memory/tv-viewer/viewer_state", "memory/tv-viewer/viewer_state");
+    EXPECT_THAT(report(), HasSubstr("\"TvViewerState\" : \"live\""));
+    EXPECT_THAT(report(), HasSubstr("\"TvViewerStateChangeTime\" : \"\""));
+
+    m_control->setTime(-1500);
+    fakes::FakeVconf::tell("memory/tv-viewer/viewer_state", "memory/tv-viewer/viewer_state");
+
+    EXPECT_THAT(report(), HasSubstr("\"TvViewerStateChangeTime\" : \"-1.-500\""));
+}
+
 TEST_F(DebugReportTest, TheViewersStateIsAsItWasStored) {
     fakes::FakeVconf::setText("memory/tv-viewer/viewer_state", "a \"state\"");
     m_control->setTime(7);

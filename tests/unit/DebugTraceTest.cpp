@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "fakes/FakeDlog.h"
+#include "support/Files.h"
 #include "support/SessionWorld.h"
 
 using fakes::FakeDlog;
@@ -134,6 +136,17 @@ TEST_F(DebugTraceTest, ClosingTheLastOpenTraceSetsTheRecordsTime) {
     EXPECT_TRUE(reports("\"TerminationTime\" : \"6.000\""));
 }
 
+TEST_F(DebugTraceTest, TheLastTraceAndItsRecordEndAtTheSameTime) {
+    openTrace(1);
+    std::int64_t now = 5000;
+    m_control->setClock([&now] { return now++; });
+
+    m_control->CloseDebugTrace(":1.1", 1);
+
+    EXPECT_TRUE(reports("\"DestructionTime\" : \"5.000\""));
+    EXPECT_TRUE(reports("\"TerminationTime\" : \"5.000\""));
+}
+
 TEST_F(DebugTraceTest, OpeningRevivesTheRecord) {
     traceClosedAt(1, 5000);
 
@@ -185,6 +198,8 @@ TEST_F(DebugTraceTest, WrappedTimesAgeLikeOthers) {
 
     ageAt(-30'000);
     EXPECT_TRUE(reports("\"zel-lite\" : null"));
+    m_control->CloseDebugTrace(":1.1", 1);
+    EXPECT_THAT(FakeDlog::messages(kError), Contains(HasSubstr("sessionId not present")));
 }
 
 TEST_F(DebugTraceTest, ARecordWithOpenTracesIsNeverAgedOut) {
@@ -218,6 +233,35 @@ TEST_F(DebugTraceTest, ARecordIsForgottenAtTheSameMillisecond) {
     EXPECT_FALSE(reports("\"PID\" : \"77\""));
     m_control->CloseDebugTrace(":1.1", 1);
     EXPECT_THAT(FakeDlog::messages(kError), Contains(HasSubstr("sessionId not present")));
+}
+
+TEST_F(DebugTraceTest, OneAgeingHasOneTime) {
+    traceClosedAt(1, 10'000, "a");
+    traceClosedAt(2, 10'000, "b");
+    traceClosedAt(3, 10'000, "b");
+    // At the first reading nothing is old, at any other everything.
+    std::int64_t now = 29'999;
+    m_control->setClock([&now] { return std::exchange(now, 100'000); });
+    forget();
+
+    m_control->t_removeOldRecords();
+
+    EXPECT_THAT(FakeDlog::messages(kInfo),
+                ElementsAre("Remove old records", "Remove recent traces, removedNum(0), elementsLeft(1)",
+                            "Remove recent traces, removedNum(0), elementsLeft(2)"));
+    EXPECT_TRUE(reports("trace1"));
+    EXPECT_TRUE(reports("trace2"));
+}
+
+// A time of 0 means that the record is alive.
+TEST_F(DebugTraceTest, ARecordWhoseLastTraceWasClosedAtZeroIsNeverAgedOut) {
+    traceClosedAt(1, 0);
+
+    ageAt(1'000'000);
+
+    EXPECT_EQ(FakeDlog::count(kInfo, "Remove recent traces, removedNum(1), elementsLeft(0)"), 1U);
+    EXPECT_TRUE(reports("\"PID\" : \"77\""));
+    EXPECT_TRUE(reports("\"TerminationTime\" : \"\""));
 }
 
 TEST_F(DebugTraceTest, AnEmptiedListIsGoneAtTheNextAgeing) {
@@ -270,10 +314,12 @@ TEST_F(DebugTraceTest, SwitchedOffNothingIsRecordedAndOnlyOpeningsAreLogged) {
     start();
 
     openTrace(1, "unseen");
-    m_control->CloseDebugTrace(":1.1", 1);
 
     EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre("Tracing disabled"));
-    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
+    EXPECT_EQ(FakeDlog::lines().size(), 1U);
+    forget();
+    m_control->CloseDebugTrace(":1.1", 1);
+    EXPECT_THAT(FakeDlog::lines(), IsEmpty());
     EXPECT_TRUE(reports("\"zel-lite\" : null"));
 }
 
@@ -309,6 +355,37 @@ TEST_F(DebugTraceTest, OnADebugSetAVanishedOwnerWithoutTracesIsLogged) {
     m_control->CloseOnCrash(":1.1");
 
     EXPECT_EQ(FakeDlog::count(kInfo, "All traces closed, sessionId(:1.1)"), 1U);
+}
+
+TEST_F(DebugTraceTest, AVanishedOwnerWhoseTracesAreClosedAlreadyIsNotLogged) {
+    startDebug();
+    m_control->Open(":1.1", "app", "77");
+    openTrace(1);
+    m_control->CloseDebugTrace(":1.1", 1);
+    forget();
+
+    m_control->CloseOnCrash(":1.1");
+
+    EXPECT_THAT(FakeDlog::messages(kInfo), ElementsAre("State file removed, removed(1), exists(0)"));
+    EXPECT_EQ(FakeDlog::lines().size(), 1U);
+}
+
+TEST_F(DebugTraceTest, TheSessionOfAVanishedOwnerIsClosedBeforeItsTraces) {
+    startDebug();
+    m_control->Open(":1.1", "app", "77");
+    openTrace(1);
+    // The clock is read when the trace is closed, the file is gone when the session is.
+    bool wasSessionOpen = true;
+    m_control->setClock([&wasSessionOpen] {
+        wasSessionOpen = exists("/tmp/zel_lite_sessions_state.txt");
+        return 4000;
+    });
+    ASSERT_TRUE(exists("/tmp/zel_lite_sessions_state.txt"));
+
+    m_control->CloseOnCrash(":1.1");
+
+    EXPECT_TRUE(reports("\"DestructionTime\" : \"4.000\""));
+    EXPECT_FALSE(wasSessionOpen);
 }
 
 TEST_F(DebugTraceTest, OnAnOrdinarySetTheTracesOfAVanishedOwnerStayOpen) {
