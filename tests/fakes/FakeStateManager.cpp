@@ -12,6 +12,7 @@ std::function<void()> FakeStateManager::duringNotify;
 bool FakeStateManager::terminateResult = true;
 std::vector<ETerminateErrorType> FakeStateManager::terminateErrors;
 std::function<void()> FakeStateManager::duringTerminate;
+std::function<void()> FakeStateManager::duringLaunch;
 IZelDaemonStateListener* FakeStateManager::lastListener = nullptr;
 
 void FakeStateManager::reset() {
@@ -21,6 +22,7 @@ void FakeStateManager::reset() {
     terminateResult = true;
     terminateErrors.clear();
     duringTerminate = nullptr;
+    duringLaunch = nullptr;
     lastListener = nullptr;
 }
 
@@ -73,5 +75,8 @@ bool TCZelDaemonStateManager::RequestTerminate(std::vector<ETerminateErrorType>&
 
 bool TCZelDaemonStateManager::LaunchZelLiteApp(bool refresh) {
     fakes::Actions::add("StateManager::LaunchZelLiteApp " + std::to_string(static_cast<int>(refresh)));
+    if (FakeStateManager::duringLaunch) {
+        FakeStateManager::duringLaunch();
+    }
     return true;
 }

@@ -31,6 +31,8 @@ struct FakeStateManager {
     static std::vector<ETerminateErrorType> terminateErrors;
     /** Runs inside RequestTerminate, when set. */
     static std::function<void()> duringTerminate;
+    /** Runs inside LaunchZelLiteApp, when set. */
+    static std::function<void()> duringLaunch;
     /** Who was registered or unregistered last. */
     static IZelDaemonStateListener* lastListener;
 

@@ -2,9 +2,7 @@
 // When the service is asked to terminate, what is recorded of it, who is still alive, and the helper thread.
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <climits>
-#include <future>
 
 #include "fakes/Actions.h"
 #include "fakes/FakeDlog.h"
@@ -149,25 +147,6 @@ TEST_F(SessionPolicyTest, SuccessForceClosesEveryOpenTrace) {
     forget();
     m_control->TryTerminateZel();
     EXPECT_THAT(FakeDlog::messages(kError), IsEmpty()) << "nothing is open any more";
-}
-
-TEST_F(SessionPolicyTest, AnAttemptHoldsBothLocksWhileTheServiceIsAsked) {
-    std::future<bool> opening;
-    std::future<void> tracing;
-    FakeStateManager::duringTerminate = [&] {
-        opening = std::async(std::launch::async, [this] { return m_control->Open(":1.2", "app", "78"); });
-        tracing = std::async(std::launch::async, [this] { openTrace(1); });
-        EXPECT_EQ(opening.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-        EXPECT_EQ(tracing.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-        Actions::add("asked");
-    };
-
-    EXPECT_TRUE(m_control->TryTerminateZel());
-
-    EXPECT_TRUE(opening.get());
-    tracing.get();
-    EXPECT_THAT(Actions::take(),
-                ElementsAre("StateManager::RequestTerminate", "asked", "StateManager::Notify 1 0 0 0"));
 }
 
 TEST_F(SessionPolicyTest, ARefusalForceClosesNothing) {
