@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <climits>
+#include <filesystem>
+#include <memory>
+#include <thread>
+#include <utility>
 
 #include "fakes/Actions.h"
 #include "fakes/FakeDlog.h"
@@ -29,7 +33,28 @@ constexpr int kInfo = 4;
 constexpr int kError = 6;
 constexpr const char* kViewer = "memory/tv-viewer/viewer_state";
 
-using SessionPolicyTest = SessionWorld;
+struct ThreadStarts {
+    static bool recordActions;
+};
+bool ThreadStarts::recordActions = false;
+
+class SessionPolicyTest : public SessionWorld {
+protected:
+    // The key has a new value at this time.
+    void viewerBecomes(const std::string& state, std::int64_t time) {
+        fakes::FakeVconf::setText(kViewer, state);
+        m_control->setTime(time);
+        fakes::FakeVconf::tell(kViewer, kViewer);
+    }
+};
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
 
 std::vector<ETerminateErrorType> errors(std::initializer_list<int> numbers) {
     std::vector<ETerminateErrorType> list;
@@ -40,6 +65,20 @@ std::vector<ETerminateErrorType> errors(std::initializer_list<int> numbers) {
 }
 
 }  // namespace
+
+// What the constructor of std::thread calls to start it.
+extern "C" void __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(
+    std::thread* thread, std::unique_ptr<std::thread::_State> state, void (*depend)());
+extern "C" void __wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(
+    std::thread* thread, std::unique_ptr<std::thread::_State> state, void (*depend)());
+extern "C" void __wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(
+    std::thread* thread, std::unique_ptr<std::thread::_State> state, void (*depend)()) {
+    if (ThreadStarts::recordActions) {
+        Actions::add("thread starts");
+    }
+    __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(
+        thread, std::move(state), depend);
+}
 
 // The attempt
 
@@ -70,6 +109,34 @@ TEST_F(SessionPolicyTest, AnAttemptWithSessionsOpenIsRefusedAndNamesThem) {
     EXPECT_EQ(FakeDlog::lines().back().function(), "TryTerminateZel");
     EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"LastTryTerminateResult\" : \"FAIL\""));
     EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"LastTryTerminateTime\" : \"7.500\""));
+}
+
+TEST_F(SessionPolicyTest, AnAttemptBeginsItsLinesAndIsTimedBeforeTheServiceAnswers) {
+    FakeDlog::recordActions();
+    m_control->setTime(7500);
+    FakeStateManager::duringTerminate = [this] { m_control->setTime(9000); };
+
+    EXPECT_TRUE(m_control->TryTerminateZel());
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("log TryTerminateZel: Try Terminate ZEL", "StateManager::RequestTerminate",
+                            "log TryTerminateZel: m_isDebug(0), disableSessionsCheck(0), "
+                            "m_termianteErrorsCount(0)"));
+    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"LastTryTerminateTime\" : \"7.500\""));
+}
+
+TEST_F(SessionPolicyTest, ARefusedAttemptBeginsItsLinesToo) {
+    m_control->Open("a", "ant", "1");
+    forget();
+    FakeDlog::recordActions();
+
+    EXPECT_FALSE(m_control->TryTerminateZel());
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("log TryTerminateZel: Try Terminate ZEL",
+                            "log TryTerminateZel: Can not terminate zel-daemon. There are sessions open, "
+                            "activeSessionsCount(1)",
+                            "log TryTerminateZel: Opened Session, sessionId(a), progName(ant), pid(1)"));
 }
 
 TEST_F(SessionPolicyTest, ARefusalForSessionsForgetsAnEarlierSuccess) {
@@ -194,6 +261,41 @@ TEST_F(SessionPolicyTest, ErrorsAreRecordedAlsoAfterSuccess) {
     EXPECT_THAT(FakeDlog::messages(kError), IsEmpty()) << "they were open, and were closed once";
 }
 
+TEST_F(SessionPolicyTest, EveryErrorBecomesATraceAndTheNextAttemptClosesAllOfThem) {
+    startDebug();
+    FakeStateManager::terminateResult = false;
+    FakeStateManager::terminateErrors = errors({7, 7, 9});
+
+    m_control->TryTerminateZel();
+
+    EXPECT_THAT(FakeDlog::messages(kInfo),
+                Contains("m_isDebug(1), disableSessionsCheck(0), m_termianteErrorsCount(3)"));
+    EXPECT_EQ(occurrences(m_control->GetDebugInfo(), "ETerminateErrorType"), 3U);
+    FakeStateManager::terminateErrors.clear();
+    FakeStateManager::terminateResult = true;
+    forget();
+    m_control->TryTerminateZel();
+    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty()) << "none was left to be closed by force";
+    EXPECT_EQ(occurrences(m_control->GetDebugInfo(), "ETerminateErrorType"), 0U);
+}
+
+// What the record of the errors says of its program is seen when one more trace under the same id has to go.
+TEST_F(SessionPolicyTest, ErrorsAreRecordedInTheNameOfTheService) {
+    startDebug();
+    FakeStateManager::terminateErrors = errors({12});
+    m_control->TryTerminateZel();
+    openTrace(99, "one more", "##_LAST_TERMINATE_ERRORS");
+    FakeStateManager::terminateErrors.clear();
+    forget();
+
+    m_control->TryTerminateZel();
+
+    EXPECT_THAT(FakeDlog::messages(kError),
+                ElementsAre("Force to close debug trace, sessionId(##_LAST_TERMINATE_ERRORS), "
+                            "progName(zel-daemon), pid(-1), traceID(99)",
+                            "ST(one more)"));
+}
+
 TEST_F(SessionPolicyTest, TheNextAttemptClosesTheErrorsAndEmptiesTheRecentTracesBeforeItLooksAtSessions) {
     startDebug();
     FakeStateManager::terminateResult = false;
@@ -250,6 +352,13 @@ TEST_F(SessionPolicyTest, TheApplicationIsLaunchedAlwaysOrOnADebugSetAfterAFailu
     }
 }
 
+TEST_F(SessionPolicyTest, TheApplicationIsLaunchedAfterTheAttempt) {
+    m_control->TryTerminateZelWithAppLaunch(true);
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("StateManager::RequestTerminate", "StateManager::LaunchZelLiteApp 0"));
+}
+
 // The delay
 
 TEST_F(SessionPolicyTest, ClosingTheLastSessionSchedulesOneAttemptAfterTenSeconds) {
@@ -287,6 +396,20 @@ TEST_F(SessionPolicyTest, ACrashOfTheLastOwnerSchedulesAnAttemptToo) {
     m_control->CloseOnCrash("a");
 
     EXPECT_THAT(Actions::take(), ElementsAre("g_timeout_add_seconds 10"));
+}
+
+TEST_F(SessionPolicyTest, ALastCloseThatCannotBeSavedSchedulesAnAttemptAllTheSame) {
+    setSwitch("zel_lite_aggressive_terminate");
+    start();
+    m_control->Open("a", "ant", "1");
+    std::filesystem::remove("/tmp/zel_lite_sessions_state.txt");
+    std::filesystem::create_directories("/tmp/zel_lite_sessions_state.txt/full");
+    forget();
+
+    EXPECT_TRUE(m_control->Close("a"));
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre(testing::StartsWith("assert saved "), "g_timeout_add_seconds 10"));
 }
 
 TEST_F(SessionPolicyTest, AScheduledAttemptRunsOnce) {
@@ -428,8 +551,18 @@ TEST_F(SessionPolicyTest, TheViewersStateIsNotSetUntilItsFirstChange) {
     EXPECT_EQ(FakeDlog::count(kInfo, "vconf tv-viewer state(live)"), 1U);
 }
 
+TEST_F(SessionPolicyTest, AChangeOfTheViewersStateToTheSameStateHasItsTimeToo) {
+    viewerBecomes("live", 2345);
+
+    viewerBecomes("live", 6789);
+
+    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerStateChangeTime\" : \"6.789\""));
+}
+
 TEST_F(SessionPolicyTest, AForeignKeyANamelessOneAndNobodyAreLoggedAndChangeNothing) {
-    fakes::FakeVconf::setText(kViewer, "live");
+    viewerBecomes("live", 2345);
+    fakes::FakeVconf::setText(kViewer, "other");
+    m_control->setTime(6789);
 
     fakes::FakeVconf::tell(kViewer, "memory/other");
     fakes::FakeVconf::tellNameless(kViewer);
@@ -444,17 +577,21 @@ TEST_F(SessionPolicyTest, AForeignKeyANamelessOneAndNobodyAreLoggedAndChangeNoth
                     testing::MatchesRegex("vconf callback error, sessionControl\\(\\(nil\\)\\), "
                                           "name\\(0x.*\\), nameStr\\(memory/tv-viewer/viewer_state\\)")));
     EXPECT_EQ(FakeDlog::lines().back().function(), "m_tvViewerVconfCallback");
-    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerState\" : \"not set\""));
+    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerState\" : \"live\""));
+    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerStateChangeTime\" : \"2.345\""));
 }
 
 TEST_F(SessionPolicyTest, AStateThatCannotBeReadIsLoggedAndChangesNothing) {
+    viewerBecomes("live", 2345);
     fakes::FakeVconf::remove(kViewer);
+    m_control->setTime(6789);
 
     fakes::FakeVconf::tell(kViewer, kViewer);
 
     EXPECT_THAT(FakeDlog::messages(kError),
                 ElementsAre("Getting vconf key failed, key(memory/tv-viewer/viewer_state)"));
-    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerState\" : \"not set\""));
+    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerState\" : \"live\""));
+    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerStateChangeTime\" : \"2.345\""));
 }
 
 TEST_F(SessionPolicyTest, TheKeyIsIgnoredBeforeTheHelperThreadIsToldToEnd) {
@@ -479,12 +616,47 @@ TEST_F(SessionPolicyTest, TheKeyIsIgnoredBeforeTheHelperThreadIsToldToEnd) {
 }
 
 TEST_F(SessionPolicyTest, TheKeyIsNotWatchedAfterTheEnd) {
+    ASSERT_EQ(fakes::FakeVconf::watchers(kViewer), 1U);
+
     m_control.reset();
 
     EXPECT_THAT(Actions::take(), ElementsAre("vconf_ignore_key_changed memory/tv-viewer/viewer_state"));
+    EXPECT_EQ(fakes::FakeVconf::watchers(kViewer), 0U);
 }
 
 // The helper thread
+
+TEST_F(SessionPolicyTest, TheHelperThreadIsStartedAfterTheSwitchesAreReadAndBeforeTheKeyIsWatched) {
+    m_control.reset();
+    Actions::take();
+    ThreadStarts::recordActions = true;
+
+    m_control = std::make_unique<ClockedSessionControl>(m_stateManager);
+
+    ThreadStarts::recordActions = false;
+    EXPECT_THAT(Actions::take(), ElementsAre("IsDebug", "mkpath zel-lite/zel_lite_disable_tracing",
+                                             "mkpath zel-lite/zel_lite_aggressive_terminate", "thread starts",
+                                             "vconf_notify_key_changed memory/tv-viewer/viewer_state"));
+}
+
+TEST_F(SessionPolicyTest, TheHelperThreadFindsTheStopWhenItIsNotified) {
+    m_control.reset();
+    HelperWaits::reset();
+    FakeDlog::clear();
+    auto control = std::make_unique<TCSessionControl>(m_stateManager);
+    ASSERT_TRUE(becomesTrue([] { return HelperWaits::seconds().size() == 1; }));
+    bool isAwake = false;
+    HelperWaits::afterNotifyAll([&isAwake] {
+        isAwake = becomesTrue([] { return FakeDlog::messagesOfOthers().size() == 2; });
+        // Lets the thread go on if it has aged instead of ended.
+        HelperWaits::end(1);
+    });
+
+    control.reset();
+
+    EXPECT_TRUE(isAwake);
+    EXPECT_THAT(FakeDlog::messagesOfOthers(), ElementsAre("4 Helper Thread Start", "4 Helper Thread End"));
+}
 
 TEST_F(SessionPolicyTest, TheHelperThreadAgesEveryThirtySeconds) {
     HelperWaits::end(3);
