@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * A process that lives as long as the test wants. Link with WRAP kill usleep.
+ */
+#ifndef TESTS_SUPPORT_OLD_PROCESS_H
+#define TESTS_SUPPORT_OLD_PROCESS_H
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+/** What kill and usleep do. Without a script kill is the real one, and usleep returns at once in any case. */
+struct OldProcess {
+    /** Whether kill only records its call. */
+    bool isScripted = false;
+    /** How many probes still succeed. */
+    int aliveProbes = 0;
+    /** What a probe fails with. */
+    int lastError = ESRCH;
+    /** The calls, as "kill PID SIGNAL" and "usleep MICROSECONDS". */
+    std::vector<std::string> calls;
+};
+
+/** The one process that is probed. */
+extern OldProcess oldProcess;
+
+#endif
