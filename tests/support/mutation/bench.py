@@ -59,6 +59,7 @@ class Bench:
         self.tree, self.build = folder / "tree", folder / "build"
         self.kills = Counter()
         self._processes, self._lock, self._stopped = set(), threading.Lock(), False
+        self._controlled = set()
         self._copy_tree()
         self.build.mkdir(parents=True, exist_ok=True)
         self._configure()
@@ -133,7 +134,7 @@ class Bench:
                     for line in _INCLUDE.findall(path.read_text())}
         header = self.build / "mutants.h"
         header.write_text("\n".join(sorted(includes)) + "\n")
-        words = max((words for words in self.compiles.values() if self.in_src(words[-1])), key=len)
+        words = max((words for made, words in self.compiles.items() if self.is_of_src(made)), key=len)
         command = [*_plain(words, "-x", "c++-header"), "-o", f"{header}.gch", "-c", str(header)]
         try:
             self._do(command)
@@ -150,8 +151,9 @@ class Bench:
             if code != 0:
                 raise Broken(f"{program.name} fails in the unchanged tree:\n{output[-2000:]}")
 
-    def in_src(self, path):
-        return str(path).startswith(str(self.tree / "src") + os.sep)
+    def is_of_src(self, made):
+        """Whether an object is compiled from a file of src/."""
+        return self.compiles[made][-1].startswith(str(self.tree / "src") + os.sep)
 
     def test_command(self, path):
         return [str(self.tree / "tests/support/private-root"), str(self.source), str(path), "--gtest_fail_fast"]
@@ -161,6 +163,13 @@ class Bench:
         chosen = [program for program in self.programs
                   if any(file in self.sources.get(made, ()) for made in program.objects)]
         return sorted(chosen, key=lambda program: (-self.kills[file, program.name], program.seconds))
+
+    def needs_control(self, file):
+        """Whether this is the first time that the caller has a mutant of a file."""
+        with self._lock:
+            known = file in self._controlled
+            self._controlled.add(file)
+            return not known
 
     def _do(self, command):
         code, output = self.run(command, None)
@@ -183,6 +192,7 @@ class Bench:
             _kill(process)
             return None, process.communicate()[0]
         finally:
+            _kill(process)
             with self._lock:
                 self._processes.discard(process)
                 if self._stopped:
@@ -205,24 +215,30 @@ class Worker:
         shutil.rmtree(folder, ignore_errors=True)
         shutil.copytree(bench.tree / "src", folder / "src")
 
-    def judge(self, mutant, text):
-        """The result for a mutant, whose file has the given text."""
-        file = self._folder / mutant.file
-        original = file.read_text()
-        file.write_text(text)
+    def judge(self, file, text):
+        """The result for a mutant: a file of src/ with another text."""
+        path = self._folder / file
+        original = path.read_text()
+        # Without a control, a mistake in how a worker builds or runs would look like a kill of every mutant. A header is
+        # spared the control: its objects are made as those of the sources, and there are many.
+        if path.suffix == ".cpp" and self._bench.needs_control(file):
+            result = self._judge(file)
+            if result:
+                raise Broken(f"{file} without a change: {result.verdict}, {result.detail}")
+        path.write_text(text)
         try:
-            return self._judge(mutant) or self._survived(mutant, file, original, text)
+            return self._judge(file) or self._survived(file, original)
         finally:
-            file.write_text(original)
-            shutil.rmtree(self._folder / "made", ignore_errors=True)
+            path.write_text(original)
 
-    def _judge(self, mutant):
-        """What ends the mutant, None when it survives."""
+    def _judge(self, file):
+        """What ends the mutant whose file is in place, None when it survives."""
         bench = self._bench
-        affected = {made for made, sources in bench.sources.items() if mutant.file in sources}
-        programs = bench.programs_of(mutant.file)
+        shutil.rmtree(self._folder / "made", ignore_errors=True)
+        affected = {made for made, sources in bench.sources.items() if file in sources}
+        programs = bench.programs_of(file)
         if not programs:
-            raise Broken(f"no unit test program contains {mutant.file}")
+            raise Broken(f"no unit test program contains {file}")
         for program in programs:
             for made in sorted(affected & program.objects):
                 error = self._make(made)
@@ -237,7 +253,7 @@ class Worker:
                 return Result("timed out", f"{program.name}, {_last(_RUN, output)}, {time.monotonic() - began:.0f} s")
             if code != 0:
                 self._check_world(program, output)
-                bench.kills[mutant.file, program.name] += 1
+                bench.kills[file, program.name] += 1
                 return Result("killed", f"{program.name}, {_first_failed(output, code)}")
         return None
 
@@ -262,11 +278,9 @@ class Worker:
             error = self._make(renamed)
             return error or self._error([*words[:-2], str(self._made(renamed)), str(target)])
         words = self._bench.compiles[made]
-        if self._bench.in_src(words[-1]) and self._bench.precompiled:
-            words = _plain(words, "-include", str(self._bench.precompiled))
-        else:
-            words = _plain(words)
-        return self._error(self._moved([*words, "-o", str(target), "-c", self._bench.compiles[made][-1]]))
+        included = self._bench.precompiled and self._bench.is_of_src(made)
+        options = _plain(words, *(["-include", str(self._bench.precompiled)] if included else []))
+        return self._error(self._moved([*options, "-o", str(target), "-c", words[-1]]))
 
     def _moved(self, words):
         """A command, with the worker's src/ in place of the unchanged one."""
@@ -301,18 +315,21 @@ class Worker:
         if error:
             raise Broken(f"{shlex.join(command)[:300]}\n{error}")
 
-    def _survived(self, mutant, file, original, text):
-        """A mutant of which the optimising compiler makes the same object changes nothing."""
-        made = [made for made, words in self._bench.compiles.items()
-                if words[-1] == str(self._bench.tree / mutant.file)]
-        if not made:
-            return Result("survived", "")
-        if mutant.file not in self._optimised:
-            file.write_text(original)
-            self._optimised[mutant.file] = self._optimise(made[0])
-            file.write_text(text)
-        same = self._optimise(made[0]) == self._optimised[mutant.file] is not None
-        return Result("survived", "the same object at -O2" if same else "")
+    def _survived(self, file, original):
+        """A survivor. It changes nothing where the optimising compiler makes the same objects with and without it."""
+        path = self._folder / file
+        made = sorted(made for made, sources in self._bench.sources.items()
+                      if file in sources and made in self._bench.compiles and self._bench.is_of_src(made))
+        mutated = path.read_text()
+        for name in made:
+            changed = self._optimise(name)
+            if name not in self._optimised:
+                path.write_text(original)
+                self._optimised[name] = self._optimise(name)
+                path.write_text(mutated)
+            if changed is None or changed != self._optimised[name]:
+                return Result("survived", "")
+        return Result("survived", "the same object at -O2" if made else "")
 
     def _optimise(self, made):
         target = self._folder / "optimised.o"

@@ -43,6 +43,12 @@ def mutants(file, text):
     return [_named(file, text, change, seen) for change in found]
 
 
+def mutated(mutant, text):
+    """The source with the mutant's change. The lines behind it keep their numbers, which the log shows."""
+    lost = text.count("\n", mutant.start, mutant.end) - mutant.new.count("\n")
+    return text[:mutant.start] + mutant.new + "\n" * lost + text[mutant.end:]
+
+
 def _named(file, text, change, seen):
     """The mutant of a change. Its id depends on its function, its line and which of the equal ones there it is."""
     kind, scope, start, end, new = change
