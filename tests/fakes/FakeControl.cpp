@@ -12,6 +12,7 @@ int FakeControl::notifyResult = 1;
 int FakeControl::terminateResult = 1;
 std::vector<ETerminateErrorType> FakeControl::terminateErrors;
 TSZelData FakeControl::terminateData;
+std::function<void()> FakeControl::duringNotify;
 std::function<void()> FakeControl::duringTerminate;
 
 void FakeControl::reset() {
@@ -20,6 +21,7 @@ void FakeControl::reset() {
     terminateResult = 1;
     terminateErrors.clear();
     terminateData = TSZelData();
+    duringNotify = nullptr;
     duringTerminate = nullptr;
 }
 
@@ -40,6 +42,9 @@ public:
     int Notify(ETriggerType trigger, const TSNotifyData& data) override {
         Actions::add("Notify " + std::to_string(trigger) + " " + std::to_string(data.source) + " " +
                      std::to_string(data.sourcePlugState) + " " + std::to_string(data.value));
+        if (FakeControl::duringNotify) {
+            FakeControl::duringNotify();
+        }
         return FakeControl::notifyResult;
     }
 };

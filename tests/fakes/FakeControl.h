@@ -24,6 +24,8 @@ struct FakeControl {
     static int terminateResult;
     static std::vector<ETerminateErrorType> terminateErrors;
     static TSZelData terminateData;
+    /** Runs inside Notify, when set. */
+    static std::function<void()> duringNotify;
     /** Runs inside Terminate, when set. */
     static std::function<void()> duringTerminate;
 

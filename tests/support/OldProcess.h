@@ -2,11 +2,14 @@
 /**
  * @file
  * A process that lives as long as the test wants. Link with WRAP kill usleep.
+ *
+ * Actions of a scripted process: "kill PID SIGNAL", "usleep MICROSECONDS".
  */
 #ifndef TESTS_SUPPORT_OLD_PROCESS_H
 #define TESTS_SUPPORT_OLD_PROCESS_H
 
 #include <cerrno>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,7 +21,9 @@ struct OldProcess {
     int aliveProbes = 0;
     /** What a probe fails with. */
     int lastError = ESRCH;
-    /** The calls, as "kill PID SIGNAL" and "usleep MICROSECONDS". */
+    /** Runs inside usleep, when set. */
+    std::function<void()> duringSleep;
+    /** The calls, each as its action. */
     std::vector<std::string> calls;
 };
 

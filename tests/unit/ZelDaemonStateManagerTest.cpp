@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The supervision of the service: construction, listeners, and calls from many threads.
+// The supervision of the service: construction and listeners.
 #include "ZelDaemonStateManager.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
-
-#include <thread>
-#include <vector>
 
 #include "fakes/FakeDlog.h"
 #include "support/Files.h"
@@ -174,35 +171,4 @@ TEST_F(ZelDaemonStateManagerTest, TheTriggersHaveTheNumbersThatTheServiceKnows) 
     EXPECT_EQ(TRIGGER_TYPE_CLOCK_MODE, 3);
     EXPECT_EQ(TRIGGER_TYPE_SYNC_TIME, 4);
     EXPECT_EQ(TRIGGER_TYPE_STOLEN_TV, 5);
-}
-
-// Threads
-
-TEST_F(ZelDaemonStateManagerTest, TriggersFromManyThreadsStartTheServiceOnce) {
-    auto manager = bornIn(STATE_UNDEFINED);
-    std::vector<std::thread> threads;
-    threads.reserve(5);
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&manager] {
-            for (int round = 0; round < 20; ++round) {
-                EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
-                EXPECT_FALSE(manager->IsZelTerminated());
-            }
-        });
-    }
-
-    threads.emplace_back([&manager] {
-        NamedListener passing("passing");
-        for (int round = 0; round < 20; ++round) {
-            manager->RegisterListener(&passing);
-            manager->UnregisterListener(&passing);
-        }
-    });
-
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-
-    EXPECT_EQ(systemd->takeCalls().size(), 1U);
-    EXPECT_EQ(FakeDlog::count(kError, "Listener not registred"), 0U);
 }
