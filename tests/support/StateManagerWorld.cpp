@@ -20,6 +20,7 @@ StateManagerWorld::StateManagerWorld() {
         std::filesystem::remove_all(path);
     }
     fakes::FakeLite::isDebug = false;
+    fakes::FakeLite::printedBeforeAssertion = -1;
     FakeControl::reset();
     forget();
 }
@@ -79,4 +80,13 @@ std::vector<std::string> StateManagerWorld::actions() {
                              [](const std::string& action) { return action.rfind("marker ", 0) == 0; }),
               all.end());
     return all;
+}
+
+std::vector<std::string> StateManagerWorld::firstOf(std::vector<std::string> all, std::size_t count) {
+    all.resize(std::min(count, all.size()));
+    return all;
+}
+
+std::vector<std::string> StateManagerWorld::lastOf(const std::vector<std::string>& all, std::size_t count) {
+    return {all.end() - static_cast<std::ptrdiff_t>(std::min(count, all.size())), all.end()};
 }

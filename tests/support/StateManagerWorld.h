@@ -9,9 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "ZelDaemonStateManager.h"
 #include "fakes/Actions.h"
@@ -56,6 +58,10 @@ protected:
     static void forget();
     /** What happened since, without boot markers. */
     static std::vector<std::string> actions();
+    /** The first @p count of some actions, or all if there are fewer. */
+    static std::vector<std::string> firstOf(std::vector<std::string> all, std::size_t count);
+    /** The last @p count of some actions, or all if there are fewer. */
+    static std::vector<std::string> lastOf(const std::vector<std::string>& all, std::size_t count);
 
     static constexpr auto kStart = static_cast<ETriggerType>(1);
 };
