@@ -12,6 +12,7 @@
 #include "ZelDaemonStateManager.h"
 #include "fakes/FakeControl.h"
 #include "fakes/FakeDlog.h"
+#include "fakes/FakeLite.h"
 #include "fakes/FakePrctl.h"
 #include "support/Files.h"
 #include "support/Plant.h"
@@ -230,6 +231,64 @@ TEST_F(ZelDaemonStateManagerNotifyTest, AFailedNotifyDestroysTheControlAndLeaves
     EXPECT_EQ(stateOf(*manager), 2);
 }
 
+TEST_F(ZelDaemonStateManagerNotifyTest, AFailedNotifyIsLoggedAfterTheControlIsDestroyed) {
+    auto manager = bornIn(STATE_RUNNING);
+    FakeControl::notifyResult = -2147483647;
+    FakeDlog::recordActions();
+
+    manager->Notify(trigger(5), TSNotifyData());
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("log Notify: ZEL Daemon Notify, startZEL(0), sendNotifyCall(1), "
+                            "informListeners(0), m_zelState(1), trigger(5)",
+                            "CreateZelControl", "marker TCZelDaemonStateManager::Notify(trigger [5])",
+                            "Notify 5 0 0 0",
+                            "marker TCZelDaemonStateManager::Notify(trigger [5]) completed, result "
+                            "[-2147483647].",
+                            "DestroyZelControl",
+                            "log Notify: Failed to notify ZEL, m_zelState(running), retNotify(-2147483647)"));
+}
+
+TEST_F(ZelDaemonStateManagerNotifyTest, AnAnswerWithoutSuccessIsInTheBootMarker) {
+    for (const int result : {0, 2}) {
+        auto manager = bornIn(STATE_RUNNING);
+        FakeControl::notifyResult = result;
+
+        manager->Notify(trigger(2), TSNotifyData());
+
+        EXPECT_THAT(Actions::take(),
+                    Contains("marker TCZelDaemonStateManager::Notify(trigger [2]) completed, result [" +
+                             std::to_string(result) + "]."));
+    }
+}
+
+TEST_F(ZelDaemonStateManagerNotifyTest, ARunningServiceWithoutSuccessKeepsItsControlAndTheResultIsFalse) {
+    struct Row {
+        EZelState state;
+        std::vector<std::string> actions;
+    };
+    const std::vector<Row> rows{
+        {STATE_RUNNING, {"CreateZelControl", "Notify 3 0 0 0"}},
+        {STATE_RUNNING_UNINITIALIZED, {"CreateZelControl", "Notify 3 0 0 0", "A OnStart"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.state);
+        auto manager = bornIn(row.state);
+        NamedListener listener("A");
+        manager->RegisterListener(&listener);
+        unlink(kIsRunning);
+        FakeControl::notifyResult = 0;
+
+        EXPECT_FALSE(manager->Notify(trigger(3), TSNotifyData()));
+
+        EXPECT_EQ(actions(), row.actions);
+        EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
+        EXPECT_TRUE(exists("/tmp/zel_lite_zel_daemon_is_running"));
+        FakeControl::reset();
+        EXPECT_EQ(stateOf(*manager), 1);
+    }
+}
+
 TEST_F(ZelDaemonStateManagerNotifyTest, AServiceWithoutSuccessRunsAllTheSameButTheResultIsFalse) {
     for (const int result : {0, 2, 2147483647}) {
         auto manager = bornIn(STATE_TERMINATED);
@@ -295,9 +354,12 @@ TEST_F(ZelDaemonStateManagerNotifyTest, ARestartMarkerThatCannotBeRemovedIsAsser
 
     EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
 
+    EXPECT_EQ(fakes::FakeLite::printedBeforeAssertion, 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "ASSERT!!! - function Notify, line 158");
     EXPECT_THAT(actions(), Contains("assert (*__errno_location ()) == 2 " + std::string(kSource) + " 158"));
     EXPECT_TRUE(exists(kIsRunning));
+    std::filesystem::remove_all("/tmp/zel_restart");
+    EXPECT_EQ(stateOf(*manager), 1);
 }
 
 TEST_F(ZelDaemonStateManagerNotifyTest, APlantedRunningMarkerFailsTheNotifyThoughTheServiceRuns) {
@@ -310,7 +372,12 @@ TEST_F(ZelDaemonStateManagerNotifyTest, APlantedRunningMarkerFailsTheNotifyThoug
 
     EXPECT_FALSE(manager->Notify(kStart, TSNotifyData()));
 
+    EXPECT_EQ(fakes::FakeLite::printedBeforeAssertion, 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "ASSERT!!! - function Notify, line 167");
+    EXPECT_THAT(FakeDlog::messages(kError),
+                ElementsAre("Starting ZEL",
+                            "Message send success, replay objectPath(/org/freedesktop/systemd1/job/7)"))
+        << "the link itself has no line";
     EXPECT_THAT(actions(), ElementsAre("CreateZelControl", "Notify 1 0 0 0", "A OnStart",
                                        "assert 0 " + std::string(kSource) + " 167"));
     EXPECT_EQ(readFile("/tmp/victim"), "precious");
