@@ -11,6 +11,7 @@
 #include "ZelDaemonStateManager.h"
 #include "fakes/FakeControl.h"
 #include "fakes/FakeDlog.h"
+#include "fakes/FakeLite.h"
 #include "support/Files.h"
 #include "support/Plant.h"
 #include "support/StateManagerOnBus.h"
@@ -73,6 +74,22 @@ TEST_F(ZelDaemonStateManagerTerminateTest, ASuccessfulTerminationTellsMarksAndRe
     EXPECT_EQ(stateOf(*manager), 3);
 }
 
+TEST_F(ZelDaemonStateManagerTerminateTest, ASuccessIsLoggedBeforeTheMarkerIsMadeAndTheListenersAreCalled) {
+    auto manager = bornIn(STATE_RUNNING);
+    NamedListener listener("A");
+    manager->RegisterListener(&listener);
+    FakeControl::terminateData.pid = 99;
+    plantAtOpen(kRestart, [] { Actions::add("restart marker opened"); });
+    FakeDlog::recordActions();
+
+    requestTerminate(*manager);
+
+    EXPECT_THAT(actions(), ElementsAre("CreateZelControl", "A OnTerminate", "Terminate", "DestroyZelControl",
+                                       "log RequestTerminate: Succeeded to terminate ZEL",
+                                       "log m_CreateRestartFile: Create ZEL_RESTART_MODE file!",
+                                       "restart marker opened", "A OnTerminateSuccess 99 0"));
+}
+
 TEST_F(ZelDaemonStateManagerTerminateTest, AnEmptyRestartMarkerIsThereWhenSuccessIsTold) {
     auto manager = bornIn(STATE_RUNNING);
     Watcher watcher("/tmp/zel_restart");
@@ -108,6 +125,20 @@ TEST_F(ZelDaemonStateManagerTerminateTest, ATerminatedServiceIsNotAskedAgain) {
     EXPECT_THAT(Actions::take(), IsEmpty());
     EXPECT_EQ(readFile(kIsRunning), "untouched");
     EXPECT_EQ(readFile(kRestart), "untouched");
+}
+
+TEST_F(ZelDaemonStateManagerTerminateTest, AnAlreadyTerminatedServiceLeavesTheCallersErrorsAndData) {
+    auto manager = bornIn(STATE_TERMINATED);
+    std::vector<ETerminateErrorType> reasons = errors({7});
+    TSZelData data;
+    data.pid = 5;
+    data.needStandbyHandling = true;
+
+    EXPECT_TRUE(manager->RequestTerminate(reasons, data));
+
+    EXPECT_EQ(reasons, errors({7}));
+    EXPECT_EQ(data.pid, 5);
+    EXPECT_TRUE(data.needStandbyHandling);
 }
 
 TEST_F(ZelDaemonStateManagerTerminateTest, TerminationIsAskedInEveryStateButTerminated) {
@@ -172,6 +203,44 @@ TEST_F(ZelDaemonStateManagerTerminateTest, ARefusalLogsEachErrorAndTheServiceRun
     EXPECT_EQ(stateOf(*manager), 1);
 }
 
+TEST_F(ZelDaemonStateManagerTerminateTest, ARefusalIsLoggedBeforeTheListenersAreCalled) {
+    auto manager = bornIn(STATE_RUNNING);
+    NamedListener listener("A");
+    manager->RegisterListener(&listener);
+    FakeControl::terminateResult = 2;
+    FakeControl::terminateErrors = errors({3, 4});
+    unlink(kIsRunning);
+    FakeDlog::recordActions();
+
+    requestTerminate(*manager);
+
+    EXPECT_THAT(
+        Actions::take(),
+        ElementsAre(
+            "CreateZelControl", "A OnTerminate",
+            "log RequestTerminate: Removing failed, removeRet(-1), "
+            "file(/tmp/zel_lite_zel_daemon_is_running)",
+            "marker TCZelDaemonStateManager::RequestTerminate()", "Terminate",
+            "marker TCZelDaemonStateManager::RequestTerminate() completed, result [2]", "DestroyZelControl",
+            "log RequestTerminate: Failed to terminate ZEL, m_zelState(running), ret(2), error size 2",
+            "log RequestTerminate: error: 3", "log RequestTerminate: error: 4", "A OnStart"));
+}
+
+TEST_F(ZelDaemonStateManagerTerminateTest, ARunningMarkerThatCannotComeBackAfterARefusalIsIgnored) {
+    auto manager = bornIn(STATE_RUNNING_UNINITIALIZED);
+    std::filesystem::create_directories("/tmp/zel_lite_zel_daemon_is_running/full");
+    FakeControl::terminateResult = 0;
+
+    EXPECT_FALSE(requestTerminate(*manager).result);
+
+    EXPECT_THAT(
+        FakeDlog::messages(kError),
+        ElementsAre("Removing failed, removeRet(-1), file(/tmp/zel_lite_zel_daemon_is_running)",
+                    "Failed to terminate ZEL, m_zelState(running uninitialized), ret(0), error size 0"));
+    EXPECT_THAT(actions(), ElementsAre("CreateZelControl", "Terminate", "DestroyZelControl"));
+    EXPECT_EQ(stateOf(*manager), 1);
+}
+
 TEST_F(ZelDaemonStateManagerTerminateTest, ARefusalsMarkerIsBackOnlyAfterTheListenersWereTold) {
     auto manager = bornIn(STATE_RUNNING);
     Watcher watcher(kIsRunning);
@@ -221,7 +290,11 @@ TEST_F(ZelDaemonStateManagerTerminateTest, ALinkPlantedBeforeARefusalsMarkerIsAs
 
     EXPECT_FALSE(requestTerminate(*manager).result);
 
+    EXPECT_EQ(fakes::FakeLite::printedBeforeAssertion, 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "ASSERT!!! - function RequestTerminate, line 234");
+    EXPECT_EQ(FakeDlog::messages(kError).back(),
+              "Failed to terminate ZEL, m_zelState(running uninitialized), ret(0), error size 0")
+        << "the link itself has no line";
     EXPECT_THAT(actions(),
                 ElementsAre("CreateZelControl", "planter OnTerminate", "Terminate", "DestroyZelControl",
                             "planter OnStart", "assert 0 " + std::string(kSource) + " 234"));
@@ -246,6 +319,23 @@ TEST_F(ZelDaemonStateManagerTerminateTest, AFailedRequestRestartsTheServiceInThe
     EXPECT_TRUE(exists(kIsRunning));
     EXPECT_FALSE(exists(kRestart));
     EXPECT_EQ(stateOf(*manager), 1);
+}
+
+TEST_F(ZelDaemonStateManagerTerminateTest, AFailedRequestIsLoggedBeforeTheServiceIsStartedAgain) {
+    auto manager = bornIn(STATE_RUNNING);
+    FakeControl::terminateResult = -3;
+    FakeDlog::recordActions();
+
+    requestTerminate(*manager);
+
+    EXPECT_THAT(
+        firstOf(Actions::take(), 7),
+        ElementsAre("CreateZelControl", "marker TCZelDaemonStateManager::RequestTerminate()", "Terminate",
+                    "marker TCZelDaemonStateManager::RequestTerminate() completed, result [-3]",
+                    "DestroyZelControl",
+                    "log RequestTerminate: Communication failed, m_zelState(running), ret(-3)",
+                    "log Notify: ZEL Daemon Notify, startZEL(1), sendNotifyCall(1), informListeners(1), "
+                    "m_zelState(4), trigger(1)"));
 }
 
 TEST_F(ZelDaemonStateManagerTerminateTest, AFailedRequestWhoseRestartFailsIsUndefinedAfterTerminate) {
