@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cerrno>
+#include <string>
+#include <vector>
 
 #include "ZelDaemonStateManager.h"
 #include "fakes/FakeControl.h"
@@ -13,6 +15,7 @@
 
 using fakes::FakeControl;
 using fakes::FakeDlog;
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 using ZelDaemonStateManagerStartTest = StateManagerOnBus;
@@ -117,6 +120,102 @@ TEST_F(ZelDaemonStateManagerStartTest, TheOldPidIsForgottenEvenIfTheStartFails) 
     oldProcess.calls.clear();
 
     EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_THAT(oldProcess.calls, IsEmpty());
+    EXPECT_EQ(FakeDlog::count(kInfo, "m_previousZELDaemonPID(-1)"), 1U);
+}
+
+TEST_F(ZelDaemonStateManagerStartTest, AnOldProcessIsLoggedBetweenItsProbeAndTheSleep) {
+    auto manager = bornIn(STATE_RUNNING);
+    FakeControl::terminateData.pid = kOldPid;
+    ASSERT_TRUE(requestTerminate(*manager).result);
+    forget();
+    oldProcess.isScripted = true;
+    oldProcess.aliveProbes = 2;
+    FakeDlog::recordActions();
+
+    manager->Notify(kStart, TSNotifyData());
+
+    EXPECT_THAT(
+        firstOf(actions(), 11),
+        ElementsAre("log Notify: ZEL Daemon Notify, startZEL(1), sendNotifyCall(1), "
+                    "informListeners(1), m_zelState(3), trigger(1)",
+                    "log Notify: Starting ZEL", "log m_StartZelDaemonService: m_previousZELDaemonPID(4711)",
+                    "kill 4711 0", "log m_StartZelDaemonService: zel-daemon is alive, pid(4711)",
+                    "usleep 100000", "kill 4711 0",
+                    "log m_StartZelDaemonService: zel-daemon is alive, pid(4711)", "usleep 100000",
+                    "kill 4711 0", "log m_StartZelDaemonService: Dbus message send"));
+}
+
+TEST_F(ZelDaemonStateManagerStartTest, EveryPidButMinusOneIsProbed) {
+    struct Row {
+        int pid;
+        std::vector<std::string> calls;
+    };
+    const std::vector<Row> rows{
+        {0, {"kill 0 0"}},
+        {1, {"kill 1 0"}},
+        {-1, {}},
+        {-2, {"kill -2 0"}},
+        {2147483647, {"kill 2147483647 0"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.pid);
+        auto manager = bornIn(STATE_RUNNING);
+        FakeControl::terminateData.pid = row.pid;
+        ASSERT_TRUE(requestTerminate(*manager).result);
+        forget();
+        oldProcess = {};
+        oldProcess.isScripted = true;
+
+        EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+        EXPECT_EQ(oldProcess.calls, row.calls);
+        EXPECT_EQ(FakeDlog::count(kInfo, "m_previousZELDaemonPID(" + std::to_string(row.pid) + ")"), 1U);
+    }
+}
+
+namespace {
+
+/** Sends a trigger when the service has terminated. */
+class Restarter : public NamedListener {
+public:
+    explicit Restarter(TCZelDaemonStateManager& manager) : NamedListener("restarter"), m_manager(manager) {}
+    void OnTerminateSuccess(const TSZelData& data) override {
+        NamedListener::OnTerminateSuccess(data);
+        m_manager.Notify(static_cast<ETriggerType>(1), TSNotifyData());
+    }
+
+private:
+    TCZelDaemonStateManager& m_manager;
+};
+
+}  // namespace
+
+TEST_F(ZelDaemonStateManagerStartTest, AStartOutOfATerminationsCallbackWaitsForTheTerminatedProcess) {
+    auto manager = bornIn(STATE_UNDEFINED);
+    Restarter restarter(*manager);
+    manager->RegisterListener(&restarter);
+    FakeControl::terminateData.pid = kOldPid;
+    oldProcess.isScripted = true;
+
+    EXPECT_TRUE(requestTerminate(*manager).result);
+
+    EXPECT_THAT(actions(),
+                ElementsAre("CreateZelControl", "restarter OnTerminate", "Terminate", "DestroyZelControl",
+                            "restarter OnTerminateSuccess 4711 0", "kill 4711 0", "CreateZelControl",
+                            "Notify 1 0 0 0", "restarter OnStart"));
+}
+
+TEST_F(ZelDaemonStateManagerStartTest, OnlyAProcessThatAgreedToTerminateIsWaitedFor) {
+    auto manager = bornIn(STATE_RUNNING);
+    FakeControl::terminateData.pid = kOldPid;
+    FakeControl::terminateResult = 0;
+    ASSERT_FALSE(requestTerminate(*manager).result);
+    FakeControl::terminateResult = -1;
+    oldProcess.isScripted = true;
+
+    EXPECT_FALSE(requestTerminate(*manager).result);
 
     EXPECT_THAT(oldProcess.calls, IsEmpty());
     EXPECT_EQ(FakeDlog::count(kInfo, "m_previousZELDaemonPID(-1)"), 1U);
