@@ -5,11 +5,13 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include "fakes/FakeControl.h"
 #include "fakes/FakeDlog.h"
 #include "support/Files.h"
 #include "support/Plant.h"
 #include "support/StateManagerOnBus.h"
 
+using fakes::FakeControl;
 using fakes::FakeDlog;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -73,6 +75,16 @@ TEST_F(ZelDaemonStateManagerTest, ALinkPlantedAtTheFirstMarkerIsNotFollowed) {
 
     EXPECT_TRUE(wasPlanted());
     EXPECT_EQ(readFile("/tmp/victim"), "precious");
+}
+
+TEST_F(ZelDaemonStateManagerTest, AnOldRunningMarkerIsKeptAcrossARestart) {
+    writeFile(kSubsequentStart, "old");
+    writeFile(kIsRunning, "old");
+
+    TCZelDaemonStateManager manager;
+
+    EXPECT_EQ(readFile(kSubsequentStart), "old");
+    EXPECT_EQ(readFile(kIsRunning), "old");
 }
 
 // Words for states
@@ -160,6 +172,40 @@ TEST_F(ZelDaemonStateManagerTest, AListenerRemovedInsideACallbackIsNotCalledAfte
     manager->Notify(kStart, TSNotifyData());
 
     EXPECT_THAT(actions(), ElementsAre("remover OnStart", "last OnStart"));
+}
+
+namespace {
+
+/** Registers another listener when it is called. */
+class Introducer : public NamedListener {
+public:
+    Introducer(TCZelDaemonStateManager& manager, IZelDaemonStateListener& other)
+        : NamedListener("introducer"), m_manager(manager), m_other(other) {}
+
+    void OnTerminate() override {
+        NamedListener::OnTerminate();
+        m_manager.RegisterListener(&m_other);
+    }
+
+private:
+    TCZelDaemonStateManager& m_manager;
+    IZelDaemonStateListener& m_other;
+};
+
+}  // namespace
+
+TEST_F(ZelDaemonStateManagerTest, AListenerRegisteredInsideACallbackIsCalledFromTheNextCallbackOn) {
+    auto manager = bornIn(STATE_RUNNING);
+    NamedListener newcomer("newcomer");
+    Introducer introducer(*manager, newcomer);
+    manager->RegisterListener(&introducer);
+    FakeControl::terminateData.pid = 99;
+
+    requestTerminate(*manager);
+
+    EXPECT_THAT(actions(),
+                ElementsAre("CreateZelControl", "introducer OnTerminate", "Terminate", "DestroyZelControl",
+                            "introducer OnTerminateSuccess 99 0", "newcomer OnTerminateSuccess 99 0"));
 }
 
 // What the service understands
