@@ -10,6 +10,7 @@
 #include "ZelDaemonStateManager.h"
 #include "fakes/Actions.h"
 #include "fakes/FakeIpc.h"
+#include "fakes/FakeLite.h"
 #include "fakes/FakeSessionControl.h"
 #include "fakes/FakeStateManager.h"
 #include "native/SessionControlNative.h"
@@ -213,6 +214,7 @@ protected:
     StartUpTest() {
         fakes::FakeStateManager::reset();
         fakes::FakeSessionControl::throwsAtBirth = false;
+        fakes::FakeLite::printedBeforeAssertion = -1;
         FakeIpc::setupResults.clear();
         Actions::take();
     }
@@ -267,6 +269,7 @@ TEST_F(StartUpTest, TwoSetupFailuresAreAssertedAndPrintedOnceAndStartUpGoesOn) {
     EXPECT_EQ(run(), 0);
 
     EXPECT_THAT(Actions::take(), ElementsAreArray(with({kSetup, kSetup, kAssertion})));
+    EXPECT_EQ(fakes::FakeLite::printedBeforeAssertion, 0) << "the assertion is reported before its line";
     EXPECT_EQ(m_printed, kPrintedLine);
 }
 
