@@ -436,6 +436,20 @@ TEST_F(SourceTest, Every101stErrorIsLoggedWithItsEvents) {
     EXPECT_EQ(m_sleeps.size(), 202U) << "it sleeps after the line too";
 }
 
+TEST_F(SourceTest, TheLineOfTheErrorsComesBeforeTheSleep) {
+    WaylandCalls::onSleep = [](const timespec& /*asked*/, timespec& /*left*/) {
+        Actions::add("sleep");
+        return 0;
+    };
+    failSilently(100);
+    Actions::take();
+    FakeDlog::recordActions();
+
+    check(G_IO_HUP);
+
+    EXPECT_THAT(Actions::take(), ElementsAre("log WaylandEventSourceCheck: Poll failed! 0x10", "sleep"));
+}
+
 TEST_F(SourceTest, DataInBetweenDoesNotResetTheCount) {
     failSilently(100);
     check(G_IO_IN);
