@@ -346,6 +346,27 @@ TEST_F(PowerManagerTest, ThePreviousTimerIsCancelledAlsoWhenNoNewOneComesAndItsN
     }
 }
 
+TEST_F(PowerManagerTest, ThePreviousTimerIsSeenToBeforeTheNewDateIsChosen) {
+    terminate();
+    FakeDlog::recordActions();
+    FakeVconf::setInt(kTimerId, 4711);
+    FakeVconf::setInt(kWakeTime, 7);
+    FakePower::standby();
+    EXPECT_THAT(
+        Actions::take(),
+        ElementsAre("cancel 4711", "log OnStandbyOff: Unknown value of wakeTimeValue! wakeTimeValue: [7]"));
+
+    FakeVconf::remove(kTimerId);
+    FakeVconf::remove(kWakeTime);
+    FakePower::standby();
+    EXPECT_THAT(
+        Actions::take(),
+        ElementsAre(
+            "log OnStandbyOff: Failed reading vconf key "
+            "[db/menu/broadcasting/autotune-wakeuptimer-timer_id]!",
+            "log OnStandbyOff: Failed reading vconf key [db/menu/broadcasting/autotune-wakeuptimer]!"));
+}
+
 TEST_F(PowerManagerTest, ATimerNumberThatCannotBeReadIsLoggedAndTheNewTimerArmed) {
     terminate();
     for (const int result : {-2, -1, 1}) {
