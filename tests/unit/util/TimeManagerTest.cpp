@@ -52,6 +52,8 @@ struct Rtc {
     // What the read returns; -1 is its failure.
     static int readResult;
     static int openFlags;
+    // The record as the last read was given it.
+    static rtc_time given;
     static rtc_time record;
 
     static void set(std::time_t time) {
@@ -89,6 +91,7 @@ int Rtc::descriptor = kDescriptor;
 bool Rtc::opens = true;
 int Rtc::readResult = 0;
 int Rtc::openFlags = 0;
+rtc_time Rtc::given{};
 rtc_time Rtc::record{};
 
 // The main loop's timers, by their numbers.
@@ -131,7 +134,9 @@ extern "C" int __wrap_ioctl(int descriptor, unsigned long request, ...) {
     }
     std::va_list arguments;
     va_start(arguments, request);
-    *va_arg(arguments, rtc_time*) = Rtc::record;
+    auto* const record = va_arg(arguments, rtc_time*);
+    Rtc::given = *record;
+    *record = Rtc::record;
     va_end(arguments);
     return Rtc::readResult;
 }
@@ -252,6 +257,15 @@ TEST_F(TimeManagerTest, AStartedServiceEndsBothWatchesAndTheTimer) {
                                              "timer removed"));
     EXPECT_THAT(FakeDlog::messages(kDebug), ElementsAre("called"));
     EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("called"));
+}
+
+// Watches that are not there are ended all the same; a timer is removed only when there is one.
+TEST_F(TimeManagerTest, AStartedServiceEndsBothWatchesAlsoWhenNothingWasWatched) {
+    m_time->OnStart();
+
+    EXPECT_THAT(Actions::take(),
+                ElementsAre("vconf_ignore_key_changed memory/menu/network/set_time",
+                            "vconf_ignore_key_changed db/menu/system/time/clock/clock_mode"));
 }
 
 TEST_F(TimeManagerTest, EveryStepIsLoggedBeforeItIsTaken) {
@@ -496,6 +510,15 @@ TEST_F(TimeManagerTest, AHardwareClockThatCannotBeReadIsClosedAndStartsNothing) 
 
     EXPECT_THAT(Actions::take(), ElementsAre("open /dev/rtc0", "read", "close"));
     EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("/dev/rtc0 read fail"));
+}
+
+TEST_F(TimeManagerTest, TheRecordThatIsReadIntoIsZero) {
+    Rtc::given.tm_mday = 1;
+
+    m_time->SyncTime();
+
+    const rtc_time zero{};
+    EXPECT_EQ(std::memcmp(&Rtc::given, &zero, sizeof zero), 0);
 }
 
 TEST_F(TimeManagerTest, AReadThatReturnsAPositiveNumberIsNoFailure) {
