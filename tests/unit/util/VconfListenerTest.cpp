@@ -105,11 +105,11 @@ TEST_F(VconfListenerTest, AFailedReadSparesTheSetOnlyWhenItLeftAValue) {
 
 TEST_F(VconfListenerTest, AnyResultButZeroIsAFailedRead) {
     for (const int result : {-2, -1, 1}) {
-        FakeVconf::breakInt("db/boot/need_setup_wizard", 1, result);
-        EXPECT_TRUE(TCVconfListener::IsNeedSetupWizard()) << result;
+        for (const int wizard : {-1, 0, 1}) {
+            FakeVconf::breakInt("db/boot/need_setup_wizard", wizard, result);
 
-        FakeVconf::breakInt("db/boot/need_setup_wizard", 0, result);
-        EXPECT_FALSE(TCVconfListener::IsNeedSetupWizard()) << result;
+            EXPECT_EQ(TCVconfListener::IsNeedSetupWizard(), wizard != 0) << wizard << " with " << result;
+        }
     }
 }
 
