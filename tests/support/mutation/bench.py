@@ -23,6 +23,8 @@ from collections import Counter, namedtuple
 _COMPILER_FLAGS = "-O0 -g0"
 _COMPILE_LIMIT = 120     # seconds
 _SHORTEST_LIMIT = 20     # seconds that a test program may always take
+# A mutant that allocates without end must not take the machine with it.
+_LIMITED = ["prlimit", "--as=4294967296", "--core=0", "--"]
 _INCLUDE = re.compile(r"^#include <.+>$", re.MULTILINE)
 _MEMBER = re.compile(r"\(?([^()]+\.a)[()](.+\.o)\)?")
 _FAILED = re.compile(r"^\[  FAILED  \] ([\w/.]+)", re.MULTILINE)
@@ -83,8 +85,8 @@ class Bench:
 
     def _configure(self):
         linker = ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=gold"] if shutil.which("ld.gold") else []
-        self._do(["cmake", "-G", "Ninja", "-S", str(self.tree), "-B", str(self.build), "-DCMAKE_BUILD_TYPE=Debug",
-                  f"-DCMAKE_CXX_FLAGS_DEBUG={_COMPILER_FLAGS}", "-DZEL_CLANG_TIDY=OFF", "-DZEL_PLATFORM=linux", *linker])
+        self._do(["cmake", "-G", "Ninja", "-S", str(self.tree), "-B", str(self.build), "-DZEL_PLATFORM=linux",
+                  "-DCMAKE_BUILD_TYPE=Debug", f"-DCMAKE_CXX_FLAGS_DEBUG={_COMPILER_FLAGS}", *linker])
         tests = json.loads(self._do(["ctest", "--test-dir", str(self.build / "tests/unit"), "--show-only=json-v1"]))
         self.names = sorted(pathlib.Path(test["command"][-1]).name for test in tests["tests"])
         self._do(["ninja", "-C", str(self.build), f"-j{self.jobs}", *self.names])
@@ -156,7 +158,8 @@ class Bench:
         return self.compiles[made][-1].startswith(str(self.tree / "src") + os.sep)
 
     def test_command(self, path):
-        return [str(self.tree / "tests/support/private-root"), str(self.source), str(path), "--gtest_fail_fast"]
+        private_root = str(self.tree / "tests/support/private-root")
+        return [*_LIMITED, private_root, str(self.source), str(path), "--gtest_fail_fast"]
 
     def programs_of(self, file):
         """The programs that contain something of a file, first those that have killed its mutants, then the quick."""
@@ -165,7 +168,7 @@ class Bench:
         return sorted(chosen, key=lambda program: (-self.kills[file, program.name], program.seconds))
 
     def needs_control(self, file):
-        """Whether this is the first time that the caller has a mutant of a file."""
+        """Whether no caller has asked for this file before."""
         with self._lock:
             known = file in self._controlled
             self._controlled.add(file)
@@ -215,19 +218,24 @@ class Worker:
         shutil.rmtree(folder, ignore_errors=True)
         shutil.copytree(bench.tree / "src", folder / "src")
 
-    def judge(self, file, text):
-        """The result for a mutant: a file of src/ with another text."""
+    def judge(self, file, text, compares):
+        """The result for a mutant: a file of src/ with another text. With compares, a survivor's optimised objects are
+        compared with the unchanged ones."""
         path = self._folder / file
         original = path.read_text()
-        # Without a control, a mistake in how a worker builds or runs would look like a kill of every mutant. A header is
-        # spared the control: its objects are made as those of the sources, and there are many.
+        # Without this control, a mistake in how a worker builds or runs would look like a kill of every mutant. Headers
+        # have none, because it would take long: their objects are made in the same way.
         if path.suffix == ".cpp" and self._bench.needs_control(file):
             result = self._judge(file)
             if result:
                 raise Broken(f"{file} without a change: {result.verdict}, {result.detail}")
         path.write_text(text)
         try:
-            return self._judge(file) or self._survived(file, original)
+            result = self._judge(file)
+            if result:
+                return result
+            same = compares and self._is_same(file, original)
+            return Result("survived", "the same object at -O2" if same else "")
         finally:
             path.write_text(original)
 
@@ -315,8 +323,8 @@ class Worker:
         if error:
             raise Broken(f"{shlex.join(command)[:300]}\n{error}")
 
-    def _survived(self, file, original):
-        """A survivor. It changes nothing where the optimising compiler makes the same objects with and without it."""
+    def _is_same(self, file, original):
+        """Whether the optimising compiler makes the same objects of the mutant and of the original."""
         path = self._folder / file
         made = sorted(made for made, sources in self._bench.sources.items()
                       if file in sources and made in self._bench.compiles and self._bench.is_of_src(made))
@@ -328,8 +336,8 @@ class Worker:
                 self._optimised[name] = self._optimise(name)
                 path.write_text(mutated)
             if changed is None or changed != self._optimised[name]:
-                return Result("survived", "")
-        return Result("survived", "the same object at -O2" if made else "")
+                return False
+        return bool(made)
 
     def _optimise(self, made):
         target = self._folder / "optimised.o"

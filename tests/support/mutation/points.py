@@ -59,8 +59,8 @@ def _named(file, text, change, seen):
     key = (file, scope, kind, context, old, new)
     seen[key] += 1
     digest = hashlib.sha256(repr((*key, seen[key])).encode()).hexdigest()[:10]
-    line = text.count("\n", 0, start) + 1
-    return Mutant(f"{file.removeprefix('src/')}:{scope or '-'}:{digest}", file, line, kind, start, end, old, new, context)
+    name = f"{file.removeprefix('src/')}:{scope or '-'}:{digest}"
+    return Mutant(name, file, text.count("\n", 0, start) + 1, kind, start, end, old, new, context)
 
 
 def _is_spaced(text, token):
