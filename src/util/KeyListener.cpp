@@ -7,6 +7,9 @@
 #include "SessionControl.h"
 #include "ZelApiLite.h"
 
+// The function and the line that the texts of this file begin with: the same as those before the text.
+#define ZEL_HERE static_cast<const char*>(__func__), __LINE__
+
 using ZelApiLite::LiteUtility;
 
 namespace {
@@ -26,7 +29,7 @@ KeyListener::TSWrapper* KeyListener::m_Wrapper = nullptr;
 void KeyListener::Initialize(TCSessionControl& sessionControl) {
     m_handle = dlopen(m_LIBRARY_PATH, RTLD_NOW);
     if (m_handle == nullptr) {
-        ZEL_LOG_ERROR("[%s][%d] Couldn't open the library", static_cast<const char*>(__func__), __LINE__);
+        ZEL_LOG_ERROR("[%s][%d] Couldn't open the library", ZEL_HERE);
         return;
     }
     m_Wrapper = new TSWrapper{&sessionControl};
@@ -46,8 +49,7 @@ void KeyListener::Unregister() {
     }
     m_CallInitializeFinalizeFunctions(m_KEY_COMBINATION_FINALIZE);
     if (dlclose(m_handle) != 0) {
-        ZEL_LOG_ERROR("[%s][%d] There was error during closing dynamic library: %s",
-                      static_cast<const char*>(__func__), __LINE__, dlerror());
+        ZEL_LOG_ERROR("[%s][%d] There was error during closing dynamic library: %s", ZEL_HERE, dlerror());
     }
     m_handle = nullptr;
     // The pointer keeps its value: no handler is left that could follow it.
@@ -55,10 +57,9 @@ void KeyListener::Unregister() {
 }
 
 void KeyListener::m_LaunchLiteApp(_KeyComb combination, void* text) {
-    ZEL_LOG_DEBUG("[%s][%d] %s hit sucessfully! %d", static_cast<const char*>(__func__), __LINE__,
-                  static_cast<const char*>(text), combination);
+    ZEL_LOG_DEBUG("[%s][%d] %s hit sucessfully! %d", ZEL_HERE, static_cast<const char*>(text), combination);
     if (m_Wrapper == nullptr) {
-        ZEL_LOG_ERROR("[%s][%d] m_Wrapper is nullptr", static_cast<const char*>(__func__), __LINE__);
+        ZEL_LOG_ERROR("[%s][%d] m_Wrapper is nullptr", ZEL_HERE);
         return;
     }
     m_Wrapper->sessionControl->TryTerminateZelWithAppLaunch(true);
@@ -72,8 +73,7 @@ bool KeyListener::m_isDebug() {
 void KeyListener::m_CallInitializeFinalizeFunctions(const char* symbol) {
     const auto function = reinterpret_cast<TInitializeFinalize>(dlsym(m_handle, symbol));
     if (const char* const error = dlerror(); error != nullptr) {
-        ZEL_LOG_ERROR("[%s][%d] There was error during getting %s function: %s ",
-                      static_cast<const char*>(__func__), __LINE__, symbol, error);
+        ZEL_LOG_ERROR("[%s][%d] There was error during getting %s function: %s ", ZEL_HERE, symbol, error);
     }
     function();
 }
@@ -82,8 +82,7 @@ void KeyListener::m_CallHandlerFunction(const char* symbol, _KeyComb combination
                                         void (*handler)(_KeyComb, void*)) {
     const auto function = reinterpret_cast<TAddRemove>(dlsym(m_handle, symbol));
     if (const char* const error = dlerror(); error != nullptr) {
-        ZEL_LOG_ERROR("[%s][%d] There was error during getting %s function: %s ",
-                      static_cast<const char*>(__func__), __LINE__, symbol, error);
+        ZEL_LOG_ERROR("[%s][%d] There was error during getting %s function: %s ", ZEL_HERE, symbol, error);
         return;
     }
     function(combination, handler);

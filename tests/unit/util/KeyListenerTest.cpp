@@ -113,14 +113,12 @@ protected:
         return messages;
     }
 
-    // A call that is longer than a line has its number in the first line or in the one after it.
+    // The brackets must have the number of the line's own prefix.
     static std::string withoutLine(std::string message, int callsLine) {
-        for (const int candidate : {callsLine, callsLine + 1}) {
-            const std::string number = std::to_string(candidate);
-            const std::size_t brackets = message.find("][" + number + "] ");
-            if (brackets != std::string::npos) {
-                return message.replace(brackets + 2, number.size(), "LINE");
-            }
+        const std::string number = std::to_string(callsLine);
+        const std::size_t brackets = message.find("][" + number + "] ");
+        if (brackets != std::string::npos) {
+            message.replace(brackets + 2, number.size(), "LINE");
         }
         return message;
     }
