@@ -20,6 +20,7 @@
 #include "fakes/FakeStateManager.h"
 #include "support/Compositor.h"
 #include "support/Files.h"
+#include "support/FreshProcess.h"
 #include "support/ReceiverWorld.h"
 #include "support/WaylandCalls.h"
 
@@ -39,6 +40,7 @@ constexpr int kError = 6;
 wl_proxy* leftBehind = nullptr;
 
 using ReceiverTest = ReceiverWorld;
+using ReceiverDeathTest = ReceiverWorld;
 
 }  // namespace
 
@@ -66,6 +68,21 @@ TEST_F(ReceiverTest, AStartRegistersConnectsBindsAndAttaches) {
                     "log Start: Initialization OK"));
     EXPECT_EQ(FakeStateManager::lastListener, m_receiver.get());
     EXPECT_EQ(m_compositor->boundVersion(), 1);
+}
+
+// The earlier tests of this process have destroyed receivers, which counts as not launched.
+TEST_F(ReceiverDeathTest, TheFirstStartOfAProcessConnects) {
+    inFreshProcess([this] {
+        m_compositor = std::make_unique<Compositor>();
+
+        m_receiver->Start(nullptr);
+
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    ElementsAre("Creating Wayland Notification Receiver", "called", "Initialization OK"));
+        WaylandCalls::detach();
+        m_receiver.reset();
+        m_compositor.reset();
+    });
 }
 
 TEST_F(ReceiverTest, TheSourceBelongsToTheDefaultContextWhateverTheLoop) {
