@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -37,7 +38,18 @@ namespace {
 constexpr int kInfo = 4;
 constexpr int kError = 6;
 
-using SessionStateFileTest = StateFileWorld;
+// What befalls a call of fstat: changes its answer, or returns the error that it fails with. The calls are
+// counted from 1.
+std::function<int(struct stat& status, int call)> statFault;
+int statCalls = 0;
+
+class SessionStateFileTest : public StateFileWorld {
+protected:
+    ~SessionStateFileTest() override {
+        statFault = nullptr;
+        statCalls = 0;
+    }
+};
 
 // The largest piece of memory asked for since it was last set to 0.
 std::atomic<std::size_t> largestAllocation{0};
@@ -80,6 +92,18 @@ std::string lastWord(const std::string& line) {
 
 [[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
+}
+
+extern "C" int __real_fstat(int fd, struct stat* status);
+extern "C" int __wrap_fstat(int fd, struct stat* status);
+extern "C" int __wrap_fstat(int fd, struct stat* status) {
+    const int result = __real_fstat(fd, status);
+    const int error = result == 0 && statFault ? statFault(*status, ++statCalls) : 0;
+    if (error == 0) {
+        return result;
+    }
+    errno = error;
+    return -1;
 }
 
 // Saving
@@ -510,6 +534,29 @@ TEST_F(SessionStateFileTest, AFileThatDoesNotFitIntoMemoryIsNotLoaded) {
     EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Can not load session state"));
     EXPECT_FALSE(m_control->IsAnySessionActive());
     EXPECT_TRUE(exists(kState));
+}
+
+TEST_F(SessionStateFileTest, AFileWhoseSizeCannotBeReadIsRefusedAsEmpty) {
+    // The first look is that of the opening.
+    statFault = [](struct stat& /*status*/, int call) { return call == 2 ? EIO : 0; };
+
+    load(number(1) + session("a", "ant", "1"));
+
+    EXPECT_THAT(FakeDlog::messages(kError),
+                ElementsAre("Error read, contentSize(0)", "Can not load session state"));
+    EXPECT_FALSE(m_control->IsAnySessionActive());
+}
+
+TEST_F(SessionStateFileTest, AFileThatShrinksBeforeItIsReadIsNotLoaded) {
+    statFault = [](struct stat& status, int call) {
+        status.st_size += call == 2 ? 1 : 0;
+        return 0;
+    };
+
+    load(number(1) + session("a", "ant", "1"));
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Can not load session state"));
+    EXPECT_FALSE(m_control->IsAnySessionActive());
 }
 
 TEST_F(SessionStateFileTest, ALinkToNothingCountsAsNoStateFile) {

@@ -285,6 +285,16 @@ TEST_F(PowerManagerTest, HoursFromNowCrossMidnightAndTheEndsOfMonthsAndYears) {
     EXPECT_EQ(dateOfStandby(1, 1835391600), "schedule 6 2028-02-29 00:00:00 dst=0 127 0");
 }
 
+TEST_F(PowerManagerTest, EveryHourOfTodayIsTodayInTheLastSecondOfTheDay) {
+    terminate();
+
+    // 2026-11-21 23:59:59.
+    EXPECT_EQ(dateOfStandby(3, 1795305599), "schedule 6 2026-11-21 02:00:00 dst=0 127 0");
+    EXPECT_EQ(dateOfStandby(4, 1795305599), "schedule 6 2026-11-21 12:00:00 dst=0 127 0");
+    EXPECT_EQ(dateOfStandby(5, 1795305599), "schedule 6 2026-11-21 14:00:00 dst=0 127 0");
+    EXPECT_EQ(dateOfStandby(6, 1795305599), "schedule 6 2026-11-21 00:00:00 dst=0 127 0");
+}
+
 TEST_F(PowerManagerTest, HoursOfTodayStayTodayAtTheEndsOfDaysMonthsAndYears) {
     terminate();
 
