@@ -5,9 +5,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <string>
 
 #include "support/Files.h"
 #include "support/Plant.h"
@@ -39,6 +45,11 @@ protected:
 int failWith(int error) {
     errno = error;
     return -1;
+}
+
+std::ptrdiff_t openDescriptors() {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::distance(begin(descriptors), end(descriptors));
 }
 
 }  // namespace
@@ -95,6 +106,16 @@ TEST_F(GuardedFileTest, DescriptorsAreCloseOnExec) {
     EXPECT_EQ(fcntl(read.Get(), F_GETFD), FD_CLOEXEC);
 }
 
+TEST_F(GuardedFileTest, ADescriptorIsClosedWithItsOwnerAlsoWhenItIsRefused) {
+    const auto before = openDescriptors();
+
+    CreateOwnFile(kPath);
+    OpenOwnFile(kPath);
+    OpenOwnFile("/tmp");
+
+    EXPECT_EQ(openDescriptors(), before);
+}
+
 TEST_F(GuardedFileTest, ALinkIsNeverWrittenThrough) {
     writeFile(kVictim, "precious");
     ASSERT_EQ(symlink(kVictim, kPath), 0);
@@ -113,6 +134,17 @@ TEST_F(GuardedFileTest, ALinkPlantedBeforeTheOpenIsNotWrittenThrough) {
 
     EXPECT_TRUE(wasPlanted());
     EXPECT_EQ(readFile(kVictim), "precious");
+}
+
+TEST_F(GuardedFileTest, ALinkToAStrangersFileStaysAndIsRefused) {
+    writeFile(kVictim, "theirs");
+    ASSERT_EQ(chown(kVictim, kStranger, kStranger), 0);
+    ASSERT_EQ(symlink(kVictim, kPath), 0);
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_TRUE(IsSymbolicLink(kPath));
 }
 
 TEST_F(GuardedFileTest, ADanglingLinkCreatesNothingAtItsEnd) {
@@ -142,6 +174,27 @@ TEST_F(GuardedFileTest, AFifoThatSomebodyReadsIsNotWrittenToEither) {
     close(reader);
 }
 
+TEST_F(GuardedFileTest, ATerminalDoesNotBecomeTheControllingOne) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    const std::string path = ptsname(terminal);
+
+    // The leader of a session without a terminal gets the first one that it opens.
+    const pid_t leader = fork();
+    if (leader == 0) {
+        setsid();
+        const bool isRefused = !OpenOwnFile(path.c_str()) && !CreateOwnFile(path.c_str());
+        _exit(isRefused && open("/dev/tty", O_RDWR) < 0 && errno == ENXIO ? 0 : 1);
+    }
+
+    int status = -1;
+    waitpid(leader, &status, 0);
+    EXPECT_EQ(status, 0);
+    close(terminal);
+}
+
 TEST_F(GuardedFileTest, AFolderIsNoFile) {
     ASSERT_EQ(mkdir(kPath, 0755), 0);
 
@@ -160,6 +213,19 @@ TEST_F(GuardedFileTest, AStrangersFileIsReplacedByOneOfOurs) {
     struct stat status {};
     stat(kPath, &status);
     EXPECT_EQ(status.st_uid, geteuid());
+}
+
+TEST_F(GuardedFileTest, TheEffectiveUsersFileIsAnOwnOne) {
+    writeFile(kPath, "old");
+    ASSERT_EQ(chown(kPath, kStranger, kStranger), 0);
+    ASSERT_EQ(seteuid(kStranger), 0);
+
+    const bool isRead = static_cast<bool>(OpenOwnFile(kPath));
+    const bool isWritten = static_cast<bool>(CreateOwnFile(kPath));
+
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_TRUE(isRead);
+    EXPECT_TRUE(isWritten);
 }
 
 TEST_F(GuardedFileTest, AStrangersFilePlantedBeforeTheOpenIsRefused) {
