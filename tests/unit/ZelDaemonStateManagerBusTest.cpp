@@ -2,6 +2,10 @@
 // The supervision of the service on a bus that is missing, late, restarted, or has no manager that answers.
 #include <dbus/dbus.h>
 #include <gmock/gmock.h>
+#include <sys/ioctl.h>
+
+#include <cstddef>
+#include <string>
 
 #include "fakes/FakeDlog.h"
 #include "support/PrivateBus.h"
@@ -23,10 +27,23 @@ int lastTimeout = 0;
 
 class ZelDaemonStateManagerBusTest : public StateManagerWorld {
 protected:
-    ZelDaemonStateManagerBusTest() : m_bus(false) { lastTimeout = 0; }
+    ZelDaemonStateManagerBusTest() : m_bus(false) {
+        lastTimeout = 0;
+        dropConnection();
+    }
 
-    // Every test leaves libdbus without a connection, so that the next one begins with a new one.
     PrivateBus m_bus;
+
+private:
+    // libdbus keeps its connection to the bus of the test before until it reads that this bus has gone.
+    static void dropConnection() {
+        if (DBusConnection* old = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr)) {
+            dbus_connection_set_exit_on_disconnect(old, 0);
+            while (dbus_connection_read_write_dispatch(old, 0) != 0) {
+            }
+            dbus_connection_unref(old);
+        }
+    }
 };
 
 }  // namespace
@@ -100,6 +117,53 @@ TEST_F(ZelDaemonStateManagerBusTest, ABusThatWasRestartedIsConnectedToAnew) {
     auto manager = bornAfterTermination();
     m_bus.stop();
     EXPECT_FALSE(manager->Notify(kStart, TSNotifyData()));
+    m_bus.start();
+    ScriptedSystemd systemd(m_bus.address());
+
+    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_EQ(systemd.takeCalls().size(), 1U);
+}
+
+namespace {
+
+// Sends a signal of about this many bytes, which lies on the manager's socket when this returns.
+void sendToManager(const std::string& address, std::size_t bytes) {
+    DBusConnection* manager = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
+    DBusConnection* stranger = dbus_connection_open_private(address.c_str(), nullptr);
+    dbus_bus_register(stranger, nullptr);
+    DBusMessage* signal = dbus_message_new_signal("/stranger", "org.example.Stranger", "Noise");
+    dbus_message_set_destination(signal, dbus_bus_get_unique_name(manager));
+    const std::string noise(bytes, 'x');
+    const char* text = noise.c_str();
+    dbus_message_append_args(signal, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+    int socket = -1;
+    dbus_connection_get_unix_fd(manager, &socket);
+    int before = 0;
+    ioctl(socket, FIONREAD, &before);
+
+    dbus_connection_send(stranger, signal, nullptr);
+    dbus_connection_flush(stranger);
+    EXPECT_TRUE(becomesTrue([&] {
+        int waiting = 0;
+        return ioctl(socket, FIONREAD, &waiting) == 0 && waiting >= before + static_cast<int>(bytes);
+    }));
+
+    dbus_message_unref(signal);
+    dbus_connection_close(stranger);
+    dbus_connection_unref(stranger);
+    dbus_connection_unref(manager);
+}
+
+}  // namespace
+
+TEST_F(ZelDaemonStateManagerBusTest, ABusThatWasRestartedAfterAStrangersSignalsServesTheNextStart) {
+    m_bus.start();
+    auto manager = bornAfterTermination();
+    for (int i = 0; i < 3; ++i) {
+        sendToManager(m_bus.address(), 100);
+    }
+    m_bus.stop();
     m_bus.start();
     ScriptedSystemd systemd(m_bus.address());
 
