@@ -363,6 +363,8 @@ TEST_F(ZelDaemonStateManagerTerminateTest, ALinkAtTheRestartMarkerIsLeftUntouche
                     "File /tmp/zel_restart is symlink!", "File /tmp/zel_restart is symlink! Do nothing!"));
     EXPECT_EQ(readFile("/tmp/victim"), "precious");
     EXPECT_TRUE(std::filesystem::is_symlink("/tmp/zel_restart"));
+    EXPECT_THAT(actions(), ElementsAre("CreateZelControl", "Terminate", "DestroyZelControl"))
+        << "a link is no failure to create the marker";
 }
 
 TEST_F(ZelDaemonStateManagerTerminateTest, ARestartMarkerWhoseStatsCannotBeReadIsLoggedAndCreated) {

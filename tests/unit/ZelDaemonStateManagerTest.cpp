@@ -129,14 +129,15 @@ TEST_F(ZelDaemonStateManagerTest, ListenersAreCalledInOrderOfRegistrationAlsoAft
     NamedListener first("A");
     NamedListener second("B");
     NamedListener third("C");
-    for (NamedListener* listener : {&first, &second, &third}) {
+    NamedListener fourth("D");
+    for (NamedListener* listener : {&first, &second, &third, &fourth}) {
         manager->RegisterListener(listener);
     }
 
     manager->UnregisterListener(&second);
     manager->Notify(kStart, TSNotifyData());
 
-    EXPECT_THAT(actions(), ElementsAre("A OnStart", "C OnStart"));
+    EXPECT_THAT(actions(), ElementsAre("A OnStart", "C OnStart", "D OnStart"));
 }
 
 namespace {
