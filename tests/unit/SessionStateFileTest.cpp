@@ -42,12 +42,15 @@ constexpr int kError = 6;
 // counted from 1.
 std::function<int(struct stat& status, int call)> statFault;
 int statCalls = 0;
+// How many bytes a call of write takes at most.
+std::size_t writtenAtOnce = SIZE_MAX;
 
 class SessionStateFileTest : public StateFileWorld {
 protected:
     ~SessionStateFileTest() override {
         statFault = nullptr;
         statCalls = 0;
+        writtenAtOnce = SIZE_MAX;
     }
 };
 
@@ -106,6 +109,12 @@ extern "C" int __wrap_fstat(int fd, struct stat* status) {
     return -1;
 }
 
+extern "C" ssize_t __real_write(int fd, const void* bytes, std::size_t size);
+extern "C" ssize_t __wrap_write(int fd, const void* bytes, std::size_t size);
+extern "C" ssize_t __wrap_write(int fd, const void* bytes, std::size_t size) {
+    return __real_write(fd, bytes, std::min(size, writtenAtOnce));
+}
+
 // Saving
 
 TEST_F(SessionStateFileTest, EmptyTextsAreStoredAsALengthOfZero) {
@@ -153,10 +162,9 @@ TEST_F(SessionStateFileTest, ALinkAtTheTemporaryPathFailsEverySaveAndLeavesTheSt
 
     const auto actions = Actions::take();
     const std::string printed = testing::internal::GetCapturedStdout();
-    ASSERT_THAT(actions,
-                ElementsAre("StateManager::Notify 1 0 0 0",
-                            MatchesRegex("assert .+ /usr/src/zel-lite/src/SessionControl.cpp [0-9]+"),
-                            StartsWith("assert saved /usr/src/zel-lite/src/SessionControl.cpp ")));
+    ASSERT_THAT(actions, ElementsAre("StateManager::Notify 1 0 0 0",
+                                     MatchesRegex("assert 0 /usr/src/zel-lite/src/SessionControl.cpp [0-9]+"),
+                                     StartsWith("assert saved /usr/src/zel-lite/src/SessionControl.cpp ")));
     EXPECT_EQ(printed, "ASSERT!!! - function m_saveState, line " + lastWord(actions[1]) +
                            "ASSERT!!! - function m_Open, line " + lastWord(actions[2]));
     EXPECT_EQ(readFile(kState), before);
@@ -329,6 +337,25 @@ TEST_F(SessionStateFileTest, AWriteErrorLeavesThePartialFileAndTheOldState) {
     EXPECT_EQ(readFile(kState), before);
     EXPECT_TRUE(exists(kTemporary));
     EXPECT_THAT(FakeDlog::messages(kError), Contains("Write error: File too large, size: 38"));
+}
+
+TEST_F(SessionStateFileTest, AWriteThatEndsEarlyIsContinued) {
+    TCSessionControl control(m_manager);
+    writtenAtOnce = 5;
+
+    control.Open("a", "ant", "1");
+
+    EXPECT_EQ(readFile(kState), number(1) + session("a", "ant", "1"));
+}
+
+TEST_F(SessionStateFileTest, AWriteOfNothingIsAWriteError) {
+    TCSessionControl control(m_manager);
+    writtenAtOnce = 0;
+
+    control.Open("a", "ant", "1");
+
+    EXPECT_THAT(FakeDlog::messages(kError), Contains(StartsWith("Write error: ")));
+    EXPECT_FALSE(exists(kState));
 }
 
 TEST_F(SessionStateFileTest, AStateFileThatCannotBeReplacedIsLogged) {

@@ -266,6 +266,14 @@ TEST_F(WindowTest, EventsThatComeWithTheTopMostAnswerAreServedBeforeTheHint) {
     EXPECT_THAT(sessionActions(), ElementsAre("SessionControl::Open ##_WM_USE_HINTS_WIN__winID_7  "));
 }
 
+TEST_F(WindowTest, ARoundtripForAHintThatDispatchedNothingIsNoFailure) {
+    WaylandCalls::roundtripResults = {0};
+
+    EXPECT_THAT(afterEvent(4, kHint, {7, 77, 1}),
+                ElementsAre("Event CLIENT_AUX_HINT_CHANGE resID:7 hint[1]:Hint added appPid:77",
+                            "Top most clientID: 4242", "Adding client winId:7 app_pid:77", "Open session"));
+}
+
 TEST_F(WindowTest, AHintIsServedThoughTheRoundtripFailed) {
     WaylandCalls::roundtripResults = {-1};
 
