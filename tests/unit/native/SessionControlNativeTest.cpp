@@ -212,6 +212,15 @@ TEST_F(SessionControlNativeTest, AnEmptyTextIsOneZero) {
     EXPECT_EQ(FakeSessionControl::lastTrace.language, 1);
 }
 
+TEST_F(SessionControlNativeTest, ATextOfOneByteIsRead) {
+    traceRequest(1, 1, "x", 1);
+
+    m_native.OnCallReceived(3, m_request, m_reply);
+
+    EXPECT_EQ(FakeSessionControl::lastTrace.stackTrace, std::string("x\0", 2));
+    EXPECT_EQ(FakeSessionControl::lastTrace.language, 1);
+}
+
 TEST_F(SessionControlNativeTest, AnEmptyRequestOpensTraceZeroWithoutTextAndLanguage) {
     EXPECT_TRUE(m_native.OnCallReceived(3, m_request, m_reply));
 
