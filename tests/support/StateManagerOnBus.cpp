@@ -14,6 +14,7 @@ void StateManagerOnBus::SetUpTestSuite() {
 void StateManagerOnBus::TearDownTestSuite() {
     systemd.reset();
     bus.reset();
+    dropConnection();
 }
 
 StateManagerOnBus::StateManagerOnBus() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/StateManagerWorld.h"
 
+#include <dbus/dbus.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -66,6 +67,15 @@ int StateManagerWorld::stateOf(TCZelDaemonStateManager& manager) {
     const std::string line = fakes::FakeDlog::messages(4).front();
     const std::string word = "m_zelState(";
     return std::stoi(line.substr(line.find(word) + word.size()));
+}
+
+void StateManagerWorld::dropConnection() {
+    if (DBusConnection* old = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr)) {
+        dbus_connection_set_exit_on_disconnect(old, 0);
+        while (dbus_connection_read_write_dispatch(old, 0) != 0) {
+        }
+        dbus_connection_unref(old);
+    }
 }
 
 void StateManagerWorld::forget() {

@@ -54,6 +54,12 @@ protected:
     /** The state that a manager is in, as its next Notify logs it; that Notify changes it. */
     static int stateOf(TCZelDaemonStateManager& manager);
 
+    /**
+     * Drops libdbus's connection to a bus that has ended, which libdbus otherwise keeps until it reads from
+     * it, and gives to the next manager. No bus may run.
+     */
+    static void dropConnection();
+
     /** Forgets what happened so far. */
     static void forget();
     /** What happened since, without boot markers. */

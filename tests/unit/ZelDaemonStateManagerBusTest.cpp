@@ -33,17 +33,6 @@ protected:
     }
 
     PrivateBus m_bus;
-
-private:
-    // libdbus keeps its connection to the bus of the test before until it reads that this bus has gone.
-    static void dropConnection() {
-        if (DBusConnection* old = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr)) {
-            dbus_connection_set_exit_on_disconnect(old, 0);
-            while (dbus_connection_read_write_dispatch(old, 0) != 0) {
-            }
-            dbus_connection_unref(old);
-        }
-    }
 };
 
 }  // namespace
