@@ -166,6 +166,24 @@ TEST_F(DebugReportTest, RecordsAreInOrderOfTheirSessionIds) {
     EXPECT_LT(report().find("first"), report().find("second"));
 }
 
+// The limit of open traces is none of the report.
+TEST_F(DebugReportTest, AFullRecordIsReportedWithAllItsTraces) {
+    for (int i = 0; i < 60; ++i) {
+        openAt(1000, i, "closed" + std::to_string(i) + ".");
+        closeAt(2000, i);
+    }
+    for (int i = 0; i < 50; ++i) {
+        openAt(3000, i, "open" + std::to_string(i) + ".");
+    }
+
+    const std::string document = report();
+
+    EXPECT_THAT(document, HasSubstr("closed0."));
+    EXPECT_THAT(document, HasSubstr("closed59."));
+    EXPECT_THAT(document, HasSubstr("open0."));
+    EXPECT_THAT(document, HasSubstr("open49."));
+}
+
 TEST_F(DebugReportTest, EachLanguageHasItsName) {
     struct Row {
         int language;

@@ -559,6 +559,14 @@ TEST_F(SessionPolicyTest, AChangeOfTheViewersStateToTheSameStateHasItsTimeToo) {
     EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerStateChangeTime\" : \"6.789\""));
 }
 
+TEST_F(SessionPolicyTest, TheViewersLastStateIsTheOneThatCounts) {
+    viewerBecomes("live", 2345);
+
+    viewerBecomes("off", 6789);
+
+    EXPECT_THAT(m_control->GetDebugInfo(), HasSubstr("\"TvViewerState\" : \"off\""));
+}
+
 TEST_F(SessionPolicyTest, AForeignKeyANamelessOneAndNobodyAreLoggedAndChangeNothing) {
     viewerBecomes("live", 2345);
     fakes::FakeVconf::setText(kViewer, "other");
