@@ -18,7 +18,6 @@
 using fakes::Actions;
 using fakes::FakeDlog;
 using fakes::FakeStateManager;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
