@@ -283,14 +283,15 @@ void expectKnown(const LogLine& line) {
         if (file != known.file) {
             continue;
         }
-        if (function == known.function && line.priority == known.priority &&
-            line.format == kPrefix + known.text) {
+        if (line.buffer == 0 && line.tag == "ZEL_LITE" && function == known.function &&
+            line.priority == known.priority && line.format == kPrefix + known.text) {
             return;
         }
         isOurs = true;
     }
     if (isOurs) {
-        ADD_FAILURE() << "no line of the daemon: priority " << line.priority << ", " << line.text;
+        ADD_FAILURE() << "no line of the daemon: buffer " << line.buffer << ", tag " << line.tag
+                      << ", priority " << line.priority << ", " << line.text;
     }
 }
 

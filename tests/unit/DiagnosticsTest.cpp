@@ -47,6 +47,8 @@ TEST_F(DiagnosticsTest, ALineWithoutArgumentsHasTheCommonForm) {
 TEST_F(DiagnosticsTest, ArgumentsFollowTheThreeOfThePrefix) {
     ZEL_LOG_INFO("a(%d), b(%s)", 7, "text");
 
+    EXPECT_EQ(FakeDlog::lines().front().buffer, 0);
+    EXPECT_EQ(FakeDlog::lines().front().tag, "ZEL_LITE");
     EXPECT_EQ(FakeDlog::lines().front().format, "%s: %s(%d) > a(%d), b(%s)");
     EXPECT_EQ(FakeDlog::lines().front().message(), "a(7), b(text)");
 }
@@ -139,4 +141,11 @@ TEST_F(DiagnosticsTest, TheBaseNameIsWhatFollowsTheLastSlash) {
 
     EXPECT_STREQ(BaseName("/a/b/main.cpp"), "main.cpp");
     EXPECT_STREQ(BaseName("main.cpp"), "main.cpp");
+}
+
+TEST_F(DiagnosticsTest, AMarkerThatCannotBeFormattedIsNotSent) {
+    // The C locale has no byte for this character.
+    BootMarker("%ls", L"\u20ac");
+
+    EXPECT_TRUE(fakes::takeBootMarks().empty());
 }

@@ -260,6 +260,20 @@ TEST_F(GuardedFileTest, ASecondNamePlantedBeforeTheOpenIsNotTruncated) {
     EXPECT_EQ(readFile(kVictim), "precious");
 }
 
+TEST_F(GuardedFileTest, TheDescriptorZeroIsAFileToo) {
+    const int kept = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    {
+        const TCFileDescriptor file = CreateOwnFile(kPath);
+
+        EXPECT_EQ(file.Get(), 0);
+        EXPECT_TRUE(file);
+    }
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is closed as the others are";
+    dup2(kept, STDIN_FILENO);
+    close(kept);
+}
+
 TEST_F(GuardedFileTest, AnOwnFileIsRead) {
     writeFile(kPath, "x");
 
