@@ -56,7 +56,7 @@ std::vector<std::string> ReceiverWorld::linesAfter(std::size_t count) {
     while (FakeDlog::messages(kError).size() < count && std::chrono::steady_clock::now() < limit) {
         g_main_context_iteration(nullptr, FALSE);
     }
-    const std::vector<std::string> lines = FakeDlog::messages(kError);
+    std::vector<std::string> lines = FakeDlog::messages(kError);
     EXPECT_GE(lines.size(), count) << "within 10 seconds";
     return lines;
 }
