@@ -38,12 +38,12 @@ namespace {
 constexpr int kInfo = 4;
 constexpr int kError = 6;
 
-// What befalls a call of fstat: changes its answer, or returns the error that it fails with. The calls are
-// counted from 1.
-std::function<int(struct stat& status, int call)> statFault;
-int statCalls = 0;
+// For the thread of the test only. What befalls a call of fstat: changes its answer, or returns the error
+// that it fails with. The calls are counted from 1.
+thread_local std::function<int(struct stat& status, int call)> statFault;
+thread_local int statCalls = 0;
 // How many bytes a call of write takes at most.
-std::size_t writtenAtOnce = SIZE_MAX;
+thread_local std::size_t writtenAtOnce = SIZE_MAX;
 
 class SessionStateFileTest : public StateFileWorld {
 protected:
