@@ -213,17 +213,19 @@ void Logind::setPreparing(bool preparing) {
     }
 }
 
-// A logind that does not say is taken for one that sends nobody to sleep.
+// A logind that does not answer counts as one that does not send the machine to sleep. The value is read
+// without the binding's Variant: that uses an object which the process destroys at its exit, while this
+// thread may still run.
 bool Logind::readPreparing() {
     try {
-        sdbus::Variant value;
-        manager()
-            ->callMethod("Get")
-            .onInterface(kProperties)
-            .withTimeout(kCallLimit)
-            .withArguments(kLogindManager, "PreparingForSleep")
-            .storeResultsTo(value);
-        return value.get<bool>();
+        const auto proxy = manager();
+        sdbus::MethodCall call = proxy->createMethodCall(kProperties, "Get");
+        call << kLogindManager << "PreparingForSleep";
+        sdbus::MethodReply reply = proxy->callMethod(call, kCallLimit);
+        bool preparing = false;
+        reply.enterVariant("b");
+        reply >> preparing;
+        return preparing;
     } catch (const sdbus::Error& error) {
         log(DLOG_ERROR,
             std::string("logind does not say whether the machine goes to sleep: ") + error.what());
