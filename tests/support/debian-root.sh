@@ -2,13 +2,23 @@
 # shellcheck shell=bash
 # Roots of other architectures. Sourced after say.sh.
 
+# Where this machine's own apt has Debian 12 from, unless ZEL_DEBIAN_MIRROR names another place.
+debian_mirror() {
+    [ -z "${ZEL_DEBIAN_MIRROR:-}" ] || { printf '%s\n' "$ZEL_DEBIAN_MIRROR"; return; }
+    # shellcheck disable=SC2016  # apt replaces these
+    apt-get indextargets --format '$(RELEASE) $(COMPONENT) $(REPO_URI)' 'Created-By: Packages' |
+        awk '$1 == "bookworm" && $2 == "main" && !found++ { print $3 }'
+}
+
 # debian_root FOLDER ARCHITECTURE VARIANT PACKAGE...: makes FOLDER a Debian 12 of that architecture with these packages
 # and all that they need, unless it is one already. In the variant `essential` programs can be run; `extract` is only
 # their files. FOLDER gets its name when it is complete.
 debian_root() {
-    local folder=$1 architecture=$2 variant=$3 mirror=${ZEL_DEBIAN_MIRROR:-http://deb.debian.org/debian}
-    local made_of lock attempt
+    local folder=$1 architecture=$2 variant=$3
+    local mirror made_of lock attempt
     shift 3
+    mirror=$(debian_mirror)
+    [ -n "$mirror" ] || fail "apt has no source of bookworm main; name one in ZEL_DEBIAN_MIRROR"
     made_of="$architecture $variant $mirror $*"
     mkdir -p "${folder%/*}"
     exec {lock}>"$folder.lock"
