@@ -3,9 +3,9 @@
  * @file
  * Files in /tmp, where everybody may plant something under a name that the daemon uses.
  *
- * Whatever a path turns out to be at the moment of opening, a link is never followed, a FIFO or a device
- * never blocks or is written to, and a file with a second name elsewhere is never changed. Descriptors are
- * close-on-exec, because the daemon starts other programs.
+ * A file is the daemon's own when it is a regular file of this user without a second name. Anything else at a
+ * path is never read, followed, waited for or written to; the daemon removes it before it creates its own
+ * file. Descriptors are close-on-exec, because the daemon starts other programs.
  */
 #ifndef ZEL_LITE_GUARDED_FILE_H
 #define ZEL_LITE_GUARDED_FILE_H
@@ -32,22 +32,37 @@ private:
 /** Whether @p path itself is a symbolic link. */
 bool IsSymbolicLink(const char* path);
 
+/** Whether @p path is the daemon's own file. */
+bool IsOwnFile(const char* path);
+
 /**
- * Opens a regular file of this user for reading.
+ * Removes what is at @p path, unless it is the daemon's own file. A folder that is not empty is renamed
+ * instead, to @p path with a random suffix.
+ */
+void TakeAwayPlanted(const char* path);
+
+/**
+ * Opens the daemon's own file for reading.
  *
- * @return the file, or none with errno set: EPERM for something that is not a regular file of this user,
- * otherwise the error of the call that failed
+ * @return the file, or none with errno set: EPERM for something else, otherwise the error of the call that
+ * failed
  */
 TCFileDescriptor OpenOwnFile(const char* path);
 
 /**
- * Creates a file with the process's default mode, or truncates the one that is there, and opens it for
- * writing. A regular file that somebody else planted, or that has another name besides, is replaced by a new
- * one.
+ * Creates a file with the process's default mode, or truncates the daemon's own, and opens it for writing.
+ * Anything else at the path is removed first, up to 100 times if an attacker puts it back each time.
  *
- * @return the file, or none with errno set: EPERM for something that is not a regular file of this user with
- * this name only, otherwise the error of the call that failed
+ * @return the file, or none with errno set: EPERM when something else was there at the last attempt,
+ * otherwise the error of the call that failed
  */
 TCFileDescriptor CreateOwnFile(const char* path);
+
+/**
+ * Renames a file to @p to. Anything there that would prevent it is removed as in CreateOwnFile.
+ *
+ * @return whether it was renamed
+ */
+bool RenameOver(const char* from, const char* to);
 
 #endif

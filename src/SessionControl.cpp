@@ -321,8 +321,9 @@ namespace {
 constexpr std::size_t kMaxOpenTraces = 50;
 
 // Whether what was closed at @p time is not shown any more: 19,999 ms after it is, 20,000 ms after it is not.
+// A time later than now is from before the clock's wrap; it would not become old for weeks.
 constexpr bool IsOld(std::int64_t time, std::int64_t now) {
-    return time < now - 19'999;
+    return time < now - 19'999 || time > now;
 }
 
 }  // namespace
@@ -515,6 +516,7 @@ bool TCSessionControl::m_saveState() {
 
 bool TCSessionControl::m_removeState() {
     const bool removed = std::remove(kStateFile) == 0;
+    TakeAwayPlanted(kStateFile);
     const bool exists = access(kStateFile, F_OK) == 0;
     if (exists) {
         ZEL_LOG_FROM("m_saveState", DLOG_ERROR, "Can not remove state file");
@@ -538,6 +540,7 @@ bool TCSessionControl::m_writeState() {
     }
     if (IsSymbolicLink(kTemporaryStateFile)) {
         ReportAssertion("0", __FILE__, kCaller, __LINE__);
+        TakeAwayPlanted(kTemporaryStateFile);
         return false;
     }
     {
@@ -552,7 +555,7 @@ bool TCSessionControl::m_writeState() {
             return false;
         }
     }
-    if (std::rename(kTemporaryStateFile, kStateFile) != 0) {
+    if (!RenameOver(kTemporaryStateFile, kStateFile)) {
         ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Can not rename state tmp file");
         return false;
     }

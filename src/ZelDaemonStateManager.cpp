@@ -84,11 +84,12 @@ void RemoveRestartFile() {
 }  // namespace
 
 TCZelDaemonStateManager::TCZelDaemonStateManager() : m_launchLiteApp(ZelApiLite::LiteUtility::IsDebug()) {
-    if (access(kSubsequentStartMarker, F_OK) != 0) {
+    // A marker that another user has made is ignored: it would make the daemon believe that the service runs.
+    if (!IsOwnFile(kSubsequentStartMarker)) {
         ZEL_LOG_ERROR("First boot up");
         m_zelState = STATE_RUNNING_UNINITIALIZED;
         CreateOwnFile(kSubsequentStartMarker);
-    } else if (access(kRunningMarker, F_OK) == 0) {
+    } else if (IsOwnFile(kRunningMarker)) {
         ZEL_LOG_ERROR("ZEL was running before");
         m_zelState = STATE_RUNNING_UNINITIALIZED;
     }
@@ -123,6 +124,7 @@ bool TCZelDaemonStateManager::Notify(ETriggerType trigger, const TSNotifyData& d
     // link at the restart marker, so m_CheckFileIsLink logs it.
     if (IsSymbolicLink(kRunningMarker)) {
         ReportAssertion("0", __FILE__, "Notify", kLinkAfterTriggerLine);
+        TakeAwayPlanted(kRunningMarker);
         return false;
     }
     CreateOwnFile(kRunningMarker);
@@ -444,6 +446,7 @@ void TCZelDaemonStateManager::m_ContinueAfterRefusal(int result,
     m_CallListeners(&IZelDaemonStateListener::OnStart);
     if (IsSymbolicLink(kRunningMarker)) {
         ReportAssertion("0", __FILE__, "RequestTerminate", kLinkAfterRefusalLine);
+        TakeAwayPlanted(kRunningMarker);
         return;
     }
     CreateOwnFile(kRunningMarker);

@@ -10,12 +10,23 @@ namespace {
 
 std::string plannedPath;
 std::function<void()> plannedAttack;
+bool isLasting = false;
 
 }  // namespace
 
 void plantAtOpen(const std::string& path, std::function<void()> attack) {
     plannedPath = path;
     plannedAttack = std::move(attack);
+    isLasting = false;
+}
+
+void plantAtEveryOpen(const std::string& path, std::function<void()> attack) {
+    plantAtOpen(path, std::move(attack));
+    isLasting = true;
+}
+
+void stopPlanting() {
+    plannedAttack = nullptr;
 }
 
 bool wasPlanted() {
@@ -34,7 +45,9 @@ extern "C" int __wrap_open(const char* path, int flags, ...) {
         va_end(arguments);
     }
     if (plannedAttack && plannedPath == path) {
-        std::exchange(plannedAttack, nullptr)();
+        const auto attack = plannedAttack;
+        plannedAttack = isLasting ? attack : nullptr;
+        attack();
     }
     return __real_open(path, flags, mode);
 }

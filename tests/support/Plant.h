@@ -13,6 +13,12 @@
 /** Runs @p attack once, when @p path is opened next, before it is. */
 void plantAtOpen(const std::string& path, std::function<void()> attack);
 
+/** Runs @p attack before each opening of @p path, until stopPlanting. */
+void plantAtEveryOpen(const std::string& path, std::function<void()> attack);
+
+/** Ends the attacks. */
+void stopPlanting();
+
 /** Whether the planned attack has taken place. */
 bool wasPlanted();
 

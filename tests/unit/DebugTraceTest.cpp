@@ -235,6 +235,36 @@ TEST_F(DebugTraceTest, ARecordIsForgottenAtTheSameMillisecond) {
     EXPECT_THAT(FakeDlog::messages(kError), Contains(HasSubstr("sessionId not present")));
 }
 
+// The clock wraps to negative times after 24.8 days. A list that begins with a trace from before the wrap
+// would keep everything behind it until the clock comes round again.
+TEST_F(DebugTraceTest, ATraceClosedLaterThanNowIsOld) {
+    traceClosedAt(1, 2'147'483'000);
+    traceClosedAt(2, -2'147'483'000);
+
+    ageAt(-2'147'470'000);
+
+    EXPECT_FALSE(reports("trace1"));
+    EXPECT_TRUE(reports("trace2"));
+    EXPECT_EQ(FakeDlog::count(kInfo, "Remove recent traces, removedNum(1), elementsLeft(1)"), 1U);
+}
+
+TEST_F(DebugTraceTest, ARecordWhoseLastTraceWasClosedLaterThanNowIsForgotten) {
+    traceClosedAt(1, 2'147'483'000);
+
+    ageAt(-2'147'483'000);
+
+    m_control->CloseDebugTrace(":1.1", 1);
+    EXPECT_THAT(FakeDlog::messages(kError), Contains(HasSubstr("sessionId not present")));
+}
+
+TEST_F(DebugTraceTest, ATraceClosedNowIsYoung) {
+    traceClosedAt(1, 10'000);
+
+    ageAt(10'000);
+
+    EXPECT_TRUE(reports("trace1"));
+}
+
 TEST_F(DebugTraceTest, OneAgeingHasOneTime) {
     traceClosedAt(1, 10'000, "a");
     traceClosedAt(2, 10'000, "b");

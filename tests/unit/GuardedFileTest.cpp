@@ -12,8 +12,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "support/Files.h"
 #include "support/Plant.h"
@@ -29,12 +31,24 @@ int statError = 0;
 int truncateError = 0;
 int closeError = 0;
 
+// What there is in /tmp whose path begins like this one.
+std::vector<std::string> namesLike(const std::string& path) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
+        if (entry.path().string().rfind(path, 0) == 0) {
+            names.push_back(entry.path());
+        }
+    }
+    return names;
+}
+
 class GuardedFileTest : public testing::Test {
 protected:
     GuardedFileTest() {
-        unlink(kPath);
+        for (const std::string& name : namesLike(kPath)) {
+            std::filesystem::remove_all(name);
+        }
         unlink(kVictim);
-        rmdir(kPath);
         statError = 0;
         truncateError = 0;
         closeError = 0;
@@ -116,41 +130,42 @@ TEST_F(GuardedFileTest, ADescriptorIsClosedWithItsOwnerAlsoWhenItIsRefused) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(GuardedFileTest, ALinkIsNeverWrittenThrough) {
+TEST_F(GuardedFileTest, ALinkIsTakenAwayAndNotWrittenThrough) {
     writeFile(kVictim, "precious");
     ASSERT_EQ(symlink(kVictim, kPath), 0);
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_TRUE(CreateOwnFile(kPath));
 
-    EXPECT_EQ(errno, ELOOP);
+    EXPECT_FALSE(IsSymbolicLink(kPath));
     EXPECT_EQ(readFile(kVictim), "precious");
 }
 
-TEST_F(GuardedFileTest, ALinkPlantedBeforeTheOpenIsNotWrittenThrough) {
+TEST_F(GuardedFileTest, ALinkPlantedBeforeTheOpenIsTakenAwayAndNotWrittenThrough) {
     writeFile(kVictim, "precious");
     plantAtOpen(kPath, [] { EXPECT_EQ(symlink(kVictim, kPath), 0); });
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_TRUE(CreateOwnFile(kPath));
 
     EXPECT_TRUE(wasPlanted());
+    EXPECT_FALSE(IsSymbolicLink(kPath));
     EXPECT_EQ(readFile(kVictim), "precious");
 }
 
-TEST_F(GuardedFileTest, ALinkToAStrangersFileStaysAndIsRefused) {
+TEST_F(GuardedFileTest, ALinkToAStrangersFileIsTakenAwayAndTheFileStays) {
     writeFile(kVictim, "theirs");
     ASSERT_EQ(chown(kVictim, kStranger, kStranger), 0);
     ASSERT_EQ(symlink(kVictim, kPath), 0);
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_TRUE(CreateOwnFile(kPath));
 
-    EXPECT_EQ(errno, ELOOP);
-    EXPECT_TRUE(IsSymbolicLink(kPath));
+    EXPECT_TRUE(IsOwnFile(kPath));
+    EXPECT_EQ(readFile(kVictim), "theirs");
 }
 
 TEST_F(GuardedFileTest, ADanglingLinkCreatesNothingAtItsEnd) {
     ASSERT_EQ(symlink(kVictim, kPath), 0);
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_TRUE(CreateOwnFile(kPath));
 
     EXPECT_FALSE(exists(kVictim));
 }
@@ -158,19 +173,27 @@ TEST_F(GuardedFileTest, ADanglingLinkCreatesNothingAtItsEnd) {
 TEST_F(GuardedFileTest, AFifoNeitherBlocksNorIsWrittenTo) {
     ASSERT_EQ(mkfifo(kPath, 0600), 0);
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
-    EXPECT_EQ(errno, ENXIO);
     EXPECT_FALSE(OpenOwnFile(kPath));
     EXPECT_EQ(errno, EPERM);
+    EXPECT_TRUE(CreateOwnFile(kPath));
+    EXPECT_TRUE(IsOwnFile(kPath));
 }
 
-TEST_F(GuardedFileTest, AFifoThatSomebodyReadsIsNotWrittenToEither) {
-    ASSERT_EQ(mkfifo(kPath, 0600), 0);
-    const int reader = open(kPath, O_RDONLY | O_NONBLOCK);
+TEST_F(GuardedFileTest, AFifoWithAReaderThatIsPlantedBeforeTheOpenIsNotWrittenTo) {
+    int reader = -1;
+    plantAtOpen(kPath, [&reader] {
+        ASSERT_EQ(mkfifo(kPath, 0600), 0);
+        reader = open(kPath, O_RDONLY | O_NONBLOCK);
+    });
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
+    const TCFileDescriptor file = CreateOwnFile(kPath);
 
-    EXPECT_EQ(errno, EPERM);
+    ASSERT_TRUE(file);
+    EXPECT_TRUE(wasPlanted());
+    EXPECT_EQ(write(file.Get(), "x", 1), 1);
+    EXPECT_EQ(readFile(kPath), "x");
+    char byte = 0;
+    EXPECT_EQ(read(reader, &byte, 1), 0);
     close(reader);
 }
 
@@ -195,13 +218,67 @@ TEST_F(GuardedFileTest, ATerminalDoesNotBecomeTheControllingOne) {
     close(terminal);
 }
 
-TEST_F(GuardedFileTest, AFolderIsNoFile) {
+TEST_F(GuardedFileTest, AFolderIsNotReadAndGivesWay) {
     ASSERT_EQ(mkdir(kPath, 0755), 0);
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
-    EXPECT_EQ(errno, EISDIR);
     EXPECT_FALSE(OpenOwnFile(kPath));
     EXPECT_EQ(errno, EPERM);
+    EXPECT_TRUE(CreateOwnFile(kPath));
+    EXPECT_TRUE(IsOwnFile(kPath));
+    EXPECT_EQ(namesLike(kPath).size(), 1U);
+}
+
+TEST_F(GuardedFileTest, AFilledFolderIsRenamedAndGivesWay) {
+    ASSERT_EQ(mkdir(kPath, 0755), 0);
+    writeFile(std::string(kPath) + "/content", "theirs");
+
+    EXPECT_TRUE(CreateOwnFile(kPath));
+
+    EXPECT_TRUE(IsOwnFile(kPath));
+    EXPECT_EQ(namesLike(kPath).size(), 2U);
+}
+
+TEST_F(GuardedFileTest, ARenamedFileTakesThePlaceOfWhatIsPlanted) {
+    for (const auto& plant : std::vector<std::function<void()>>{
+             [] { ASSERT_EQ(mkdir(kPath, 0755), 0); },
+             [] {
+                 ASSERT_EQ(mkdir(kPath, 0755), 0);
+                 writeFile(std::string(kPath) + "/content", "theirs");
+             },
+             [] { ASSERT_EQ(symlink("/nowhere", kPath), 0); },
+             [] { ASSERT_EQ(mkfifo(kPath, 0600), 0); },
+             [] {},
+         }) {
+        std::filesystem::remove_all(kPath);
+        plant();
+        writeFile(kVictim, "new");
+
+        EXPECT_TRUE(RenameOver(kVictim, kPath));
+
+        EXPECT_EQ(readFile(kPath), "new");
+        EXPECT_FALSE(exists(kVictim));
+    }
+}
+
+TEST_F(GuardedFileTest, AFileThatIsNotThereIsNotRenamed) {
+    EXPECT_FALSE(RenameOver(kVictim, kPath));
+
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(GuardedFileTest, OnlyARegularFileOfThisUserWithOneNameIsAnOwnOne) {
+    EXPECT_FALSE(IsOwnFile(kPath));
+    writeFile(kPath, "x");
+    EXPECT_TRUE(IsOwnFile(kPath));
+    ASSERT_EQ(link(kPath, kVictim), 0);
+    EXPECT_FALSE(IsOwnFile(kPath));
+    ASSERT_EQ(unlink(kVictim), 0);
+    ASSERT_EQ(chown(kPath, kStranger, kStranger), 0);
+    EXPECT_FALSE(IsOwnFile(kPath));
+    ASSERT_EQ(unlink(kPath), 0);
+    writeFile(kVictim, "x");
+    ASSERT_EQ(symlink(kVictim, kPath), 0);
+    EXPECT_FALSE(IsOwnFile(kPath));
 }
 
 TEST_F(GuardedFileTest, AStrangersFileIsReplacedByOneOfOurs) {
@@ -228,17 +305,17 @@ TEST_F(GuardedFileTest, TheEffectiveUsersFileIsAnOwnOne) {
     EXPECT_TRUE(isWritten);
 }
 
-TEST_F(GuardedFileTest, AStrangersFilePlantedBeforeTheOpenIsRefused) {
+TEST_F(GuardedFileTest, AStrangersFilePlantedBeforeTheOpenIsReplaced) {
     plantAtOpen(kPath, [] {
         writeFile(kPath, "theirs");
         EXPECT_EQ(chown(kPath, kStranger, kStranger), 0);
     });
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_TRUE(CreateOwnFile(kPath));
 
     EXPECT_TRUE(wasPlanted());
-    EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(readFile(kPath), "theirs");
+    EXPECT_TRUE(IsOwnFile(kPath));
+    EXPECT_EQ(readFile(kPath), "");
 }
 
 TEST_F(GuardedFileTest, ASecondNameOfAnotherFileIsReplacedAndTheFileStays) {
@@ -254,7 +331,7 @@ TEST_F(GuardedFileTest, ASecondNamePlantedBeforeTheOpenIsNotTruncated) {
     writeFile(kVictim, "precious");
     plantAtOpen(kPath, [] { EXPECT_EQ(link(kVictim, kPath), 0); });
 
-    EXPECT_FALSE(CreateOwnFile(kPath));
+    EXPECT_TRUE(CreateOwnFile(kPath));
 
     EXPECT_TRUE(wasPlanted());
     EXPECT_EQ(readFile(kVictim), "precious");
@@ -272,6 +349,24 @@ TEST_F(GuardedFileTest, TheDescriptorZeroIsAFileToo) {
     EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is closed as the others are";
     dup2(kept, STDIN_FILENO);
     close(kept);
+}
+
+TEST_F(GuardedFileTest, AnAttackerWhoWinsEveryRaceIsGivenUp) {
+    plantAtEveryOpen(kPath, [] { EXPECT_EQ(symlink("/nowhere", kPath), 0); });
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_EQ(errno, ELOOP);
+    stopPlanting();
+}
+
+TEST_F(GuardedFileTest, ASecondNameIsNotRead) {
+    writeFile(kVictim, "old");
+    ASSERT_EQ(link(kVictim, kPath), 0);
+
+    EXPECT_FALSE(OpenOwnFile(kPath));
+
+    EXPECT_EQ(errno, EPERM);
 }
 
 TEST_F(GuardedFileTest, AnOwnFileIsRead) {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // When the service is asked to terminate, what is recorded of it, who is still alive, and the helper thread.
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 
 #include <climits>
-#include <filesystem>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -402,12 +402,13 @@ TEST_F(SessionPolicyTest, ALastCloseThatCannotBeSavedSchedulesAnAttemptAllTheSam
     setSwitch("zel_lite_aggressive_terminate");
     start();
     m_control->Open("a", "ant", "1");
-    std::filesystem::remove("/tmp/zel_lite_sessions_state.txt");
-    std::filesystem::create_directories("/tmp/zel_lite_sessions_state.txt/full");
+    // A file on which another one is mounted can be neither removed nor renamed.
+    ASSERT_EQ(mount("/dev/null", "/tmp/zel_lite_sessions_state.txt", nullptr, MS_BIND, nullptr), 0);
     forget();
 
     EXPECT_TRUE(m_control->Close("a"));
 
+    EXPECT_EQ(umount("/tmp/zel_lite_sessions_state.txt"), 0);
     EXPECT_THAT(Actions::take(),
                 ElementsAre(testing::StartsWith("assert saved "), "g_timeout_add_seconds 10"));
 }

@@ -381,8 +381,18 @@ TEST_F(ZelDaemonStateManagerNotifyTest, APlantedRunningMarkerFailsTheNotifyThoug
     EXPECT_THAT(actions(), ElementsAre("CreateZelControl", "Notify 1 0 0 0", "A OnStart",
                                        "assert 0 " + std::string(kSource) + " 167"));
     EXPECT_EQ(readFile("/tmp/victim"), "precious");
-    unlink(kIsRunning);
     EXPECT_EQ(stateOf(*manager), 1);
+}
+
+TEST_F(ZelDaemonStateManagerNotifyTest, ALinkAtTheRunningMarkerCostsOneTriggerAndIsTakenAway) {
+    auto manager = bornIn(STATE_RUNNING);
+    unlink(kIsRunning);
+    ASSERT_EQ(symlink("/nowhere", kIsRunning), 0);
+    EXPECT_FALSE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(kIsRunning)));
 }
 
 TEST_F(ZelDaemonStateManagerNotifyTest, ALinkPlantedAfterTheLookAtTheRunningMarkerIsNotFollowed) {
@@ -397,10 +407,12 @@ TEST_F(ZelDaemonStateManagerNotifyTest, ALinkPlantedAfterTheLookAtTheRunningMark
     EXPECT_EQ(readFile("/tmp/victim"), "precious");
 }
 
-TEST_F(ZelDaemonStateManagerNotifyTest, AFifoAtTheRunningMarkerBlocksNobody) {
+TEST_F(ZelDaemonStateManagerNotifyTest, AFifoAtTheRunningMarkerGivesWay) {
     auto manager = bornIn(STATE_RUNNING);
     unlink(kIsRunning);
     ASSERT_EQ(mkfifo(kIsRunning, 0600), 0);
 
     EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_TRUE(std::filesystem::is_regular_file(kIsRunning));
 }

@@ -228,11 +228,12 @@ TEST_F(ZelDaemonStateManagerTerminateTest, ARefusalIsLoggedBeforeTheListenersAre
 
 TEST_F(ZelDaemonStateManagerTerminateTest, ARunningMarkerThatCannotComeBackAfterARefusalIsIgnored) {
     auto manager = bornIn(STATE_RUNNING_UNINITIALIZED);
-    std::filesystem::create_directories("/tmp/zel_lite_zel_daemon_is_running/full");
+    plantAtEveryOpen(kIsRunning, [] { EXPECT_EQ(mkdir(kIsRunning, 0755), 0); });
     FakeControl::terminateResult = 0;
 
     EXPECT_FALSE(requestTerminate(*manager).result);
 
+    stopPlanting();
     EXPECT_THAT(
         FakeDlog::messages(kError),
         ElementsAre("Removing failed, removeRet(-1), file(/tmp/zel_lite_zel_daemon_is_running)",
@@ -389,11 +390,12 @@ TEST_F(ZelDaemonStateManagerTerminateTest, AMissingRestartMarkerIsNoReadError) {
 
 TEST_F(ZelDaemonStateManagerTerminateTest, ARestartMarkerThatCannotBeCreatedIsAssertedWithoutItsLine) {
     auto manager = bornIn(STATE_RUNNING);
-    ASSERT_EQ(mkdir(kRestart, 0755), 0);
+    plantAtEveryOpen(kRestart, [] { EXPECT_EQ(mkdir(kRestart, 0755), 0); });
     testing::internal::CaptureStdout();
 
     EXPECT_TRUE(requestTerminate(*manager).result);
 
+    stopPlanting();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_THAT(actions(),
                 Contains(testing::StartsWith("assert pFile != nullptr " + std::string(kSource) + " ")));

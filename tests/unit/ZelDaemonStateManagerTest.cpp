@@ -3,7 +3,12 @@
 #include "ZelDaemonStateManager.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <functional>
 
 #include "fakes/FakeControl.h"
 #include "fakes/FakeDlog.h"
@@ -59,12 +64,78 @@ TEST_F(ZelDaemonStateManagerTest, AFirstBootIgnoresAnOldRunningMarker) {
 }
 
 TEST_F(ZelDaemonStateManagerTest, AMarkerThatCannotBeCreatedIsIgnored) {
-    ASSERT_EQ(symlink("/nowhere/at/all", kSubsequentStart), 0);
+    plantAtEveryOpen(kSubsequentStart, [] { EXPECT_EQ(symlink("/nowhere", kSubsequentStart), 0); });
 
     TCZelDaemonStateManager manager;
 
+    stopPlanting();
+    EXPECT_FALSE(std::filesystem::is_regular_file(std::filesystem::symlink_status(kSubsequentStart)));
     EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("First boot up"));
     EXPECT_EQ(stateOf(manager), 2);
+}
+
+namespace {
+
+struct Planted {
+    const char* what;
+    std::function<void(const char* path)> make;
+};
+
+// What counts as a marker neither at the start nor later: anything but a plain file of root's with one name.
+const std::array<Planted, 6> kPlanted{{
+    {"a stranger's file",
+     [](const char* path) {
+         writeFile(path, "");
+         EXPECT_EQ(chown(path, 1234, 1234), 0);
+     }},
+    {"a second name",
+     [](const char* path) {
+         writeFile("/tmp/victim", "");
+         EXPECT_EQ(link("/tmp/victim", path), 0);
+     }},
+    {"a link",
+     [](const char* path) {
+         writeFile("/tmp/victim", "");
+         EXPECT_EQ(symlink("/tmp/victim", path), 0);
+     }},
+    {"a folder", [](const char* path) { EXPECT_EQ(mkdir(path, 0755), 0); }},
+    {"a filled folder",
+     [](const char* path) { std::filesystem::create_directories(std::string(path) + "/full"); }},
+    {"a FIFO", [](const char* path) { EXPECT_EQ(mkfifo(path, 0666), 0); }},
+}};
+
+}  // namespace
+
+TEST_F(ZelDaemonStateManagerTest, WhatIsPlantedAtTheFirstMarkerIsNoEarlierStart) {
+    for (const Planted& planted : kPlanted) {
+        SCOPED_TRACE(planted.what);
+        std::filesystem::remove_all(kSubsequentStart);
+        std::filesystem::remove_all("/tmp/victim");
+        planted.make(kSubsequentStart);
+        forget();
+
+        const TCZelDaemonStateManager manager;
+
+        EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("First boot up"));
+        EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(kSubsequentStart)));
+    }
+}
+
+TEST_F(ZelDaemonStateManagerTest, WhatIsPlantedAtTheRunningMarkerIsNoRunningService) {
+    writeFile(kSubsequentStart, "");
+    for (const Planted& planted : kPlanted) {
+        SCOPED_TRACE(planted.what);
+        std::filesystem::remove_all(kIsRunning);
+        std::filesystem::remove_all("/tmp/victim");
+        planted.make(kIsRunning);
+        forget();
+
+        TCZelDaemonStateManager manager;
+
+        EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
+        std::filesystem::remove_all(kIsRunning);
+        EXPECT_EQ(stateOf(manager), 0);
+    }
 }
 
 TEST_F(ZelDaemonStateManagerTest, ALinkPlantedAtTheFirstMarkerIsNotFollowed) {
