@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SessionControl.h"
 
-#include <json/json.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <tzplatform_config.h>
@@ -20,6 +19,7 @@
 #include <memory>
 #include <utility>
 
+#include "DebugReport.h"
 #include "Diagnostics.h"
 #include "GuardedFile.h"
 #include "TCMessageBuffer.h"
@@ -108,6 +108,7 @@ bool TCSessionControl::m_Close(const std::string& sessionId) {
 }
 
 void TCSessionControl::CloseOnCrash(const std::string& sessionId) {
+    m_budget.MarkOwnerLeft(sessionId);
     {
         const std::lock_guard<std::mutex> lock(m_sessionsMutex);
         if (m_sessions.count(sessionId) == 0) {
@@ -183,7 +184,7 @@ bool TCSessionControl::TryTerminateZel() {
     m_lastTryTerminateTime = t_getTimeMs();
     m_lastTryTerminateResult = false;
     m_closeErrorTraces();
-    m_recentTraces.clear();
+    m_clearRecentTraces();
     const bool disableSessionsCheck = m_isSessionsCheckDisabled();
     if (!disableSessionsCheck && !m_sessions.empty()) {
         m_logOpenSessions();
@@ -333,7 +334,115 @@ void TCSessionControl::OpenDebugTrace(const std::string& sessionId, std::int64_t
                                       const std::string& progName, const std::string& pid,
                                       ESessionControl_ProgLang language) {
     const std::lock_guard<std::mutex> lock(m_debugMutex);
-    m_OpenDebugTrace(sessionId, traceId, stackTrace, processName, progName, pid, language);
+    std::size_t size = TCTraceBudget::TraceSize(stackTrace);
+    if (m_debugRecords.count(sessionId) == 0) {
+        size += TCTraceBudget::RecordSize(sessionId, processName, progName, pid);
+    }
+    if (m_disableTracing || m_makeRoom(sessionId, size)) {
+        m_OpenDebugTrace(sessionId, traceId, stackTrace, processName, progName, pid, language);
+    }
+}
+
+// Makes room for a trace of @p size bytes. False when it does not fit.
+bool TCSessionControl::m_makeRoom(const std::string& sessionId, std::size_t size) {
+    const int forgottenBefore = m_forgottenNum;
+    const auto record = m_debugRecords.find(sessionId);
+    while (!m_budget.AdmitsSession(sessionId, size) && record != m_debugRecords.end() &&
+           m_whatIsForgettable(record->second) == EForgettable::kClosedTrace) {
+        m_forgetOne(record);
+    }
+    for (const EForgettable kind : {EForgettable::kClosedTrace, EForgettable::kRecordWithoutOpenTrace,
+                                    EForgettable::kOpenTraceOfOneWhoLeft}) {
+        if (!m_budget.AdmitsAll(size)) {
+            m_forgetOfLargest(kind, sessionId, size);
+        }
+    }
+    const bool fits = m_budget.AdmitsSession(sessionId, size) && m_budget.AdmitsAll(size);
+    m_refusedNum += fits ? 0 : 1;
+    if (!fits || m_forgottenNum != forgottenBefore) {
+        m_logOverBudget();
+    }
+    return fits;
+}
+
+TCSessionControl::EForgettable TCSessionControl::m_whatIsForgettable(const DebugRecord& record) const {
+    if (m_recentTraces.count(record.sessionId) != 0) {
+        return EForgettable::kClosedTrace;
+    }
+    if (record.traces.empty()) {
+        return EForgettable::kRecordWithoutOpenTrace;
+    }
+    return m_budget.HasOwnerLeft(record.sessionId) ? EForgettable::kOpenTraceOfOneWhoLeft
+                                                   : EForgettable::kNothing;
+}
+
+// Forgets things of one kind, each time of the session that holds most, until @p size bytes fit. The record
+// of the session that needs the room is about to be used, so it stays.
+void TCSessionControl::m_forgetOfLargest(EForgettable kind, const std::string& sessionId, std::size_t size) {
+    // More than needed, so that not every small trace costs a look at all records.
+    constexpr std::size_t kSpare = std::size_t{64} * 1024;
+    std::vector<std::pair<std::size_t, TDebugRecords::iterator>> largest;
+    for (auto record = m_debugRecords.begin(); record != m_debugRecords.end(); ++record) {
+        const bool isNeeded = kind == EForgettable::kRecordWithoutOpenTrace && record->first == sessionId;
+        if (m_whatIsForgettable(record->second) == kind && !isNeeded) {
+            largest.emplace_back(m_budget.Held(record->first), record);
+        }
+    }
+    const auto holdsLess = [](const auto& left, const auto& right) { return left.first < right.first; };
+    std::make_heap(largest.begin(), largest.end(), holdsLess);
+    while (!largest.empty() && !m_budget.AdmitsAll(size + kSpare)) {
+        std::pop_heap(largest.begin(), largest.end(), holdsLess);
+        auto& [held, record] = largest.back();
+        if (m_forgetOne(record)) {
+            held = m_budget.Held(record->first);
+            std::push_heap(largest.begin(), largest.end(), holdsLess);
+        } else {
+            largest.pop_back();
+        }
+    }
+}
+
+// Forgets the oldest closed trace, else the oldest open one; a record goes with its last trace or without
+// one. Returns whether the record is there and has more of the same kind.
+bool TCSessionControl::m_forgetOne(TDebugRecords::iterator record) {
+    ++m_forgottenNum;
+    if (const auto recent = m_recentTraces.find(record->first); recent != m_recentTraces.end()) {
+        m_eraseOldestRecent(recent->first, recent->second, 1);
+        if (!recent->second.empty()) {
+            return true;
+        }
+        m_recentTraces.erase(recent);
+        return false;
+    }
+    TTraces& traces = record->second.traces;
+    if (!traces.empty()) {
+        const auto oldest =
+            std::min_element(traces.begin(), traces.end(), [](const auto& left, const auto& right) {
+                return left.second.creationTime < right.second.creationTime;
+            });
+        m_budget.Remove(record->first, TCTraceBudget::TraceSize(oldest->second.stackTrace));
+        traces.erase(oldest);
+    }
+    if (!traces.empty()) {
+        return true;
+    }
+    m_eraseRecord(record);
+    return false;
+}
+
+// One line a second at most, so that it can't fill the log either.
+void TCSessionControl::m_logOverBudget() {
+    constexpr std::int64_t kPeriodMs = 1000;
+    const std::int64_t now = t_getTimeMs();
+    if (now >= m_overBudgetLogTime && now < m_overBudgetLogTime + kPeriodMs) {
+        return;
+    }
+    ZEL_LOG_FROM("OpenDebugTrace", DLOG_ERROR,
+                 "Traces are over the budget, forgottenNum(%d), refusedNum(%d), heldSize(%zu)",
+                 m_forgottenNum, m_refusedNum, m_budget.Total());
+    m_overBudgetLogTime = now;
+    m_forgottenNum = 0;
+    m_refusedNum = 0;
 }
 
 void TCSessionControl::m_OpenDebugTrace(const std::string& sessionId, std::int64_t traceId,
@@ -344,9 +453,12 @@ void TCSessionControl::m_OpenDebugTrace(const std::string& sessionId, std::int64
         ZEL_LOG_INFO("Tracing disabled");
         return;
     }
-    DebugRecord& record =
-        m_debugRecords.emplace(sessionId, DebugRecord{sessionId, processName, progName, pid, {}, 0, language})
-            .first->second;
+    const auto [entry, isNew] = m_debugRecords.emplace(
+        sessionId, DebugRecord{sessionId, processName, progName, pid, {}, 0, language});
+    if (isNew) {
+        m_budget.Add(sessionId, TCTraceBudget::RecordSize(sessionId, processName, progName, pid));
+    }
+    DebugRecord& record = entry->second;
     // Even a refused open shows that the application is alive.
     record.destructionTime = 0;
     if (record.traces.size() >= kMaxOpenTraces) {
@@ -358,7 +470,9 @@ void TCSessionControl::m_OpenDebugTrace(const std::string& sessionId, std::int64
     if (!record.traces.emplace(traceId, StackTrace{traceId, t_getTimeMs(), 0, stackTrace}).second) {
         ZEL_LOG_ERROR("Can not open StackTrace, traceId already present, pid(%s), traceId(%lld)", pid.c_str(),
                       static_cast<long long>(traceId));
+        return;
     }
+    m_budget.Add(sessionId, TCTraceBudget::TraceSize(stackTrace));
 }
 
 void TCSessionControl::CloseDebugTrace(const std::string& sessionId, std::int64_t traceId) {
@@ -397,8 +511,16 @@ void TCSessionControl::t_removeOldRecords() {
     m_removeOldTraces(now);
     for (auto record = m_debugRecords.begin(); record != m_debugRecords.end();) {
         const std::int64_t time = record->second.destructionTime;
-        record = time != 0 && IsOld(time, now) ? m_debugRecords.erase(record) : std::next(record);
+        record = time != 0 && IsOld(time, now) ? m_eraseRecord(record) : std::next(record);
     }
+}
+
+// The record has no open traces.
+TCSessionControl::TDebugRecords::iterator TCSessionControl::m_eraseRecord(TDebugRecords::iterator record) {
+    const DebugRecord& data = record->second;
+    m_budget.Remove(record->first,
+                    TCTraceBudget::RecordSize(record->first, data.processName, data.progName, data.pid));
+    return m_debugRecords.erase(record);
 }
 
 // Each list is ordered by the time of closing, so the old ones are those before the first young one.
@@ -409,12 +531,27 @@ void TCSessionControl::m_removeOldTraces(std::int64_t now) {
             return !IsOld(trace.destructionTime, now);
         });
         const auto removed = static_cast<int>(firstYoung - traces.begin());
-        traces.erase(traces.begin(), firstYoung);
+        m_eraseOldestRecent(entry->first, traces, static_cast<std::size_t>(removed));
         ZEL_LOG_FROM("t_removeOldRecords", DLOG_INFO,
                      "Remove recent traces, removedNum(%d), elementsLeft(%d)", removed,
                      static_cast<int>(traces.size()));
         entry = traces.empty() ? m_recentTraces.erase(entry) : std::next(entry);
     }
+}
+
+void TCSessionControl::m_eraseOldestRecent(const std::string& sessionId, std::deque<StackTrace>& traces,
+                                           std::size_t count) {
+    for (; count > 0; --count) {
+        m_budget.Remove(sessionId, TCTraceBudget::TraceSize(traces.front().stackTrace));
+        traces.pop_front();
+    }
+}
+
+void TCSessionControl::m_clearRecentTraces() {
+    for (auto& [sessionId, traces] : m_recentTraces) {
+        m_eraseOldestRecent(sessionId, traces, traces.size());
+    }
+    m_recentTraces.clear();
 }
 
 std::int64_t TCSessionControl::t_getTimeMs() {
@@ -618,87 +755,28 @@ bool TCSessionControl::m_readSessions(TCMessageBuffer& content, unsigned int con
     return true;
 }
 
-namespace {
-
-std::string FormatTime(std::int64_t timeMs) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%d.%03d", static_cast<int>(timeMs / 1000),
-                  static_cast<int>(timeMs % 1000));
-    return text.data();
-}
-
-std::string FormatTimeOrNothing(std::int64_t timeMs) {
-    return timeMs == 0 ? std::string() : FormatTime(timeMs);
-}
-
-const char* FormatLanguage(ESessionControl_ProgLang language) {
-    switch (language) {
-        case ESessionControl_ProgLang_Cpp:
-            return "C/C++";
-        case ESessionControl_ProgLang_CSharp:
-            return "C#";
-    }
-    return "INVALID";
-}
-
-Json::Value ToJson(const TCSessionControl::StackTrace& trace) {
-    Json::Value json;
-    json["CreationTime"] = FormatTime(trace.creationTime);
-    json["StackTrace"] = trace.stackTrace;
-    if (trace.destructionTime != 0) {
-        json["DestructionTime"] = FormatTime(trace.destructionTime);
-    }
-    return json;
-}
-
-Json::Value ToJson(const TCSessionControl::DebugRecord& record, bool isTerminated,
-                   const std::deque<TCSessionControl::StackTrace>* recentTraces) {
-    constexpr const char* kCaller = "GetDebugInfo";
-    Json::Value json;
-    json["PID"] = record.pid;
-    json["ProcessName"] = record.processName;
-    json["Language"] = FormatLanguage(record.language);
-    json["TerminationTime"] = isTerminated ? FormatTime(record.destructionTime) : std::string();
-    Json::Value& traces = json["StackTraces"];
-    if (recentTraces != nullptr) {
-        ZEL_LOG_FROM(kCaller, DLOG_INFO, "Recent traces num(%zu)", recentTraces->size());
-        for (const auto& trace : *recentTraces) {
-            traces.append(ToJson(trace));
-        }
-    }
-    ZEL_LOG_FROM(kCaller, DLOG_INFO, "Traces num(%zu)", record.traces.size());
-    for (const auto& [traceId, trace] : record.traces) {
-        traces.append(ToJson(trace));
-    }
-    return json;
-}
-
-}  // namespace
-
 std::string TCSessionControl::GetDebugInfo() {
     const TSessions sessions = m_copySessions();
     const std::lock_guard<std::mutex> lock(m_debugMutex);
-    Json::StreamWriterBuilder writer;
-    writer["indentation"] = "   ";
-    Json::Value root;
-    Json::Value records;
+    TCDebugReport report(
+        {m_lastTryTerminateTime, m_lastTryTerminateResult, m_tvViewerState, m_tvViewerStateChangeTime},
+        m_budget.Total());
     ZEL_LOG_INFO("Has debug info about sessionsNum(%zu)", m_debugRecords.size());
     for (const auto& [sessionId, record] : m_debugRecords) {
         // A record without open traces whose session is still open belongs to a living application.
         const bool isTerminated = record.destructionTime != 0 && sessions.count(sessionId) == 0;
+        static const std::deque<StackTrace> kNone;
         const auto recent = m_recentTraces.find(sessionId);
-        Json::Value json =
-            ToJson(record, isTerminated, recent == m_recentTraces.end() ? nullptr : &recent->second);
-        if (isTerminated && json["StackTraces"].isNull()) {
+        const std::deque<StackTrace>& recentTraces = recent == m_recentTraces.end() ? kNone : recent->second;
+        if (!recentTraces.empty()) {
+            ZEL_LOG_INFO("Recent traces num(%zu)", recentTraces.size());
+        }
+        ZEL_LOG_INFO("Traces num(%zu)", record.traces.size());
+        if (isTerminated && recentTraces.empty() && record.traces.empty()) {
             ZEL_LOG_INFO("Ignore record");
         } else {
-            records.append(std::move(json));
+            report.Append(record, isTerminated, recentTraces);
         }
     }
-    root["zel-lite"] = std::move(records);
-    root["LastTryTerminateTime"] = FormatTimeOrNothing(m_lastTryTerminateTime);
-    root["LastTryTerminateResult"] = m_lastTryTerminateResult ? "SUCCESS" : "FAIL";
-    root["TvViewerState"] = m_tvViewerState;
-    root["TvViewerStateChangeTime"] = FormatTimeOrNothing(m_tvViewerStateChangeTime);
-    return Json::writeString(writer, root);
+    return report.Take();
 }

@@ -30,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "TraceBudget.h"
 #include "ZelServiceAPI.h"
 
 class TCMessageBuffer;
@@ -90,6 +91,9 @@ public:
         ESessionControl_ProgLang language;
     };
 
+    /** Records by the ids of their sessions. */
+    using TDebugRecords = std::map<std::string, DebugRecord>;
+
     /** Reads back the sessions that a previous run of the daemon left, then the set's switches; starts the
      * helper thread and watches the television viewer's state. */
     explicit TCSessionControl(TCZelDaemonStateManager& stateManager);
@@ -143,7 +147,8 @@ public:
 
     /**
      * Opens a debug trace. What an application said of itself first is kept. The 51st open trace of one
-     * session and a number that is open already are refused.
+     * session and a number that is open already are refused. So is a trace that does not fit into the budget
+     * of TCTraceBudget once everything that may be forgotten for it is.
      */
     void OpenDebugTrace(const std::string& sessionId, std::int64_t traceId, const std::string& stackTrace,
                         const std::string& processName, const std::string& progName, const std::string& pid,
@@ -189,6 +194,18 @@ private:
                           ESessionControl_ProgLang language);
     void m_CloseDebugTrace(const std::string& sessionId, std::int64_t traceId);
     void m_removeOldTraces(std::int64_t now);
+    TDebugRecords::iterator m_eraseRecord(TDebugRecords::iterator record);
+    void m_eraseOldestRecent(const std::string& sessionId, std::deque<StackTrace>& traces, std::size_t count);
+    void m_clearRecentTraces();
+
+    /** What is forgotten first when the budget is exceeded, in this order. */
+    enum class EForgettable { kClosedTrace, kRecordWithoutOpenTrace, kOpenTraceOfOneWhoLeft, kNothing };
+
+    bool m_makeRoom(const std::string& sessionId, std::size_t size);
+    EForgettable m_whatIsForgettable(const DebugRecord& record) const;
+    void m_forgetOfLargest(EForgettable kind, const std::string& sessionId, std::size_t size);
+    bool m_forgetOne(TDebugRecords::iterator record);
+    void m_logOverBudget();
 
     bool m_saveState();
     bool m_removeState();
@@ -198,7 +215,7 @@ private:
 
     TCZelDaemonStateManager& m_stateManager;
     TSessions m_sessions;
-    std::map<std::string, DebugRecord> m_debugRecords;
+    TDebugRecords m_debugRecords;
     std::int64_t m_lastTryTerminateTime = 0;
     bool m_lastTryTerminateResult = false;
     std::string m_tvViewerState = "not set";
@@ -208,6 +225,14 @@ private:
     std::int32_t m_termianteErrorsCount = 0;
     /** Closed traces by session, in the order in which they were closed. */
     std::map<std::string, std::deque<StackTrace>> m_recentTraces;
+    /** What the debug records and the recent traces take. */
+    TCTraceBudget m_budget;
+    /** Traces and records that went because of the budget, and traces that were refused, since the last line
+     * about it. */
+    int m_forgottenNum = 0;
+    int m_refusedNum = 0;
+    /** When the last line about the budget was logged, in milliseconds of t_getTimeMs. */
+    std::int64_t m_overBudgetLogTime = 0;
     /** Guards m_sessions; held across Notify and RequestTerminate, so taken before the state manager's mutex.
      */
     std::mutex m_sessionsMutex;

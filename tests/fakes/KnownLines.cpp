@@ -128,6 +128,8 @@ constexpr std::array kKnownLines{
     KnownLine{"SessionControl.cpp", "CheckPIDs", kError, "Can not check pid"},
     KnownLine{"SessionControl.cpp", "CheckPIDs", kError, "Application not running, pid(%d)"},
     KnownLine{"SessionControl.cpp", "m_OpenDebugTrace", kInfo, "Tracing disabled"},
+    KnownLine{"SessionControl.cpp", "OpenDebugTrace", kError,
+              "Traces are over the budget, forgottenNum(%d), refusedNum(%d), heldSize(%zu)"},
     KnownLine{"SessionControl.cpp", "m_OpenDebugTrace", kError,
               "Can not open StackTrace, traces limit reached, pid(%s), processTracesNum(%d), traceId(%lld)"},
     KnownLine{"SessionControl.cpp", "m_OpenDebugTrace", kError,
