@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "IpcServer.h"
 
-#include <systemd/sd-bus.h>
-
-#include <cstddef>
-#include <cstdint>
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <iterator>
+#include <limits>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "CallersObservers.h"
 #include "Log.h"
+#include "ProgramName.h"
 
 namespace {
 
@@ -19,10 +21,21 @@ constexpr std::size_t kMaxRequest = std::size_t{1024} * 1024;
 // dbus-daemon throws a sender of more than 32 MiB off the bus; the header and its fields need a part of that.
 constexpr std::size_t kMaxReply = std::size_t{32} * 1024 * 1024 - 4096;
 
+// While more than this is on its way to the bus, no call is served: its reply would only wait in memory.
+constexpr std::size_t kMaxUnsent = std::size_t{1024} * 1024;
+
 constexpr int kRetryMilliseconds = 1000;
 
+// The bus drops signals for a receiver whose queue is full, so who has left is also found by comparison.
+constexpr std::chrono::seconds kComparisonPeriod{10};
+// How often the bus is asked for what callers have not read yet.
+constexpr std::chrono::milliseconds kLookPeriod{50};
+constexpr std::chrono::seconds kStuckLimit{5};
+
+constexpr const char* kSystemBus = "unix:path=/run/dbus/system_bus_socket";
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
+constexpr const char* kStatistics = "org.freedesktop.DBus.Debug.Stats";
 constexpr const char* kOwnersMatch =
     "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
     "interface='org.freedesktop.DBus',member='NameOwnerChanged'";
@@ -35,68 +48,9 @@ constexpr const char* kFailed = "org.freedesktop.DBus.Error.Failed";
 // No interface has a longer name, so none that is longer needs to be repeated to who asked for it.
 constexpr std::size_t kMaxInterfaceName = 255;
 
-// A call that is answered with an error because of what the caller asked for.
-class Refusal : public std::runtime_error {
-public:
-    Refusal(const char* name, const std::string& message) : std::runtime_error(message), m_name(name) {}
-
-    const char* name() const { return m_name; }
-
-private:
-    const char* m_name;
-};
-
 std::string quoted(std::string_view interface) {
     return interface.size() > kMaxInterfaceName ? "of more than 255 bytes"
                                                 : "'" + std::string(interface) + "'";
-}
-
-// Reads byte by byte, so that a request over the limit is refused before more than the limit is copied.
-TCMessageBuffer readRequest(sdbus::MethodCall& call) {
-    std::vector<std::uint8_t> bytes;
-    call.enterContainer("y");
-    for (std::uint8_t byte = 0; call >> byte;) {
-        if (bytes.size() == kMaxRequest) {
-            throw Refusal(kLimitsExceeded, "the request is over 1 MiB");
-        }
-        bytes.push_back(byte);
-    }
-    call.clearFlags();
-    call.exitContainer();
-    TCMessageBuffer request;
-    request.WriteConcatenated(bytes.size(), bytes.data(), -1);
-    return request;
-}
-
-// The binding writes arrays an element at a time, which takes longer than rendering a large report; sd-bus
-// copies them in one piece.
-struct RawMessage : sdbus::Message {
-    static sd_bus_message* of(sdbus::Message& message) {
-        return static_cast<sd_bus_message*>(message.*(&RawMessage::msg_));
-    }
-};
-
-void sendReply(sdbus::MethodCall& call, TCMessageBuffer& content) {
-    if (content.GetContentSize() > kMaxReply) {
-        throw Refusal(kLimitsExceeded, "the reply of " + std::to_string(content.GetContentSize()) +
-                                           " bytes is larger than what the bus carries");
-    }
-    const auto* bytes = static_cast<const std::uint8_t*>(content.GetAsVoidFromOffset(0));
-    sdbus::MethodReply reply = call.createReply();
-    const int result =
-        sd_bus_message_append_array(RawMessage::of(reply), 'y', bytes, content.GetContentSize());
-    if (result < 0) {
-        throw sdbus::createError(-result, "the reply could not be written");
-    }
-    reply.send();
-}
-
-void sendError(sdbus::MethodCall& call, const char* name, const char* message) {
-    try {
-        call.createErrorReply(sdbus::Error(name, message)).send();
-    } catch (const std::exception& failure) {
-        logError(std::string("an error reply could not be sent: ") + failure.what());
-    }
 }
 
 // Ends a call for the observers, whatever became of it.
@@ -107,34 +61,123 @@ struct ClearCallerAtEnd {
     ClearCallerAtEnd& operator=(const ClearCallerAtEnd&) = delete;
 };
 
-std::uint32_t senderPid(sdbus::MethodCall& call) {
-    try {
-        return static_cast<std::uint32_t>(call.getCredsPid());
-    } catch (const sdbus::Error&) {
-        // It has left already.
-        return 0;
+// What the bus was asked for, until it answers.
+struct Question {
+    IpcServer* server;
+    std::string name;
+    std::uint64_t replies;
+};
+
+// Reads one entry of a dictionary of variants as an unsigned number. Leaves @p value where the answer is an
+// error or has no such entry.
+void readNumber(sd_bus_message* answer, const char* wanted, std::uint32_t& value) {
+    if (sd_bus_message_is_method_error(answer, nullptr) != 0 ||
+        sd_bus_message_enter_container(answer, 'a', "{sv}") < 0) {
+        return;
     }
+    while (sd_bus_message_enter_container(answer, 'e', "sv") > 0) {
+        const char* key = nullptr;
+        sd_bus_message_read(answer, "s", &key);
+        if (std::string_view(key) == wanted && sd_bus_message_verify_type(answer, 'v', "u") > 0) {
+            sd_bus_message_read(answer, "v", "u", &value);
+            return;
+        }
+        sd_bus_message_skip(answer, "v");
+        sd_bus_message_exit_container(answer);
+    }
+}
+
+std::vector<std::string> readNames(sd_bus_message* answer) {
+    std::vector<std::string> names;
+    bus::check(sd_bus_message_enter_container(answer, 'a', "s"), "a list of names");
+    for (const char* name = nullptr; sd_bus_message_read(answer, "s", &name) > 0;) {
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+bus::Message newCall(sd_bus* connection, const char* interface, const char* member) {
+    sd_bus_message* call = nullptr;
+    bus::check(sd_bus_message_new_method_call(connection, &call, kBus, kBusPath, interface, member),
+               "a call of the bus");
+    return bus::Message(call);
+}
+
+// The connection takes no descriptors: the bus refuses messages with descriptors to it then.
+bus::Connection openSystemBus() {
+    sd_bus* opened = nullptr;
+    bus::check(sd_bus_new(&opened), "sd_bus_new");
+    bus::Connection connection(opened);
+    const char* address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    bus::check(sd_bus_set_address(opened, address == nullptr ? kSystemBus : address), "the bus's address");
+    bus::check(sd_bus_set_bus_client(opened, 1), "sd_bus_set_bus_client");
+    bus::check(sd_bus_negotiate_fds(opened, 0), "sd_bus_negotiate_fds");
+    bus::check(sd_bus_start(opened), "connecting to the bus");
+    return connection;
+}
+
+sd_bus_vtable tableStart() {
+    sd_bus_vtable row{};
+    row.type = _SD_BUS_VTABLE_START;
+    row.x.start.element_size = sizeof row;
+    row.x.start.features = _SD_BUS_VTABLE_PARAM_NAMES;
+    row.x.start.vtable_format_reference = &sd_bus_object_vtable_format;
+    return row;
+}
+
+sd_bus_vtable callMethod(sd_bus_message_handler_t handler) {
+    sd_bus_vtable row{};
+    row.type = _SD_BUS_VTABLE_METHOD;
+    row.flags = SD_BUS_VTABLE_UNPRIVILEGED;
+    row.x.method.member = "Call";
+    row.x.method.signature = "siay";
+    row.x.method.result = "ay";
+    row.x.method.handler = handler;
+    row.x.method.names = "interface\0method\0request\0reply\0";
+    return row;
+}
+
+sd_bus_vtable tableEnd() {
+    sd_bus_vtable row{};
+    row.type = _SD_BUS_VTABLE_END;
+    return row;
 }
 
 }  // namespace
 
-IpcServer::IpcServer(IpcAddress address) : m_address(std::move(address)) {}
+std::size_t IpcServer::Outcome::size() const {
+    return reply.GetContentSize();
+}
+
+IpcServer::IpcServer(IpcAddress address)
+    : m_address(std::move(address)), m_methods{tableStart(), callMethod(onCall), tableEnd()} {}
 
 IpcServer::~IpcServer() {
-    m_stop.set();
-    if (m_thread.joinable()) {
-        m_thread.join();
+    m_queue.stop();
+    {
+        const std::lock_guard<std::mutex> lock(m_outcomesMutex);
+        m_waitsForRoom = false;
+    }
+    m_outcomesSent.notify_all();
+    if (m_servingThread.joinable()) {
+        m_servingThread.join();
+    }
+    m_isStopped = true;
+    m_wake.set();
+    if (m_busThread.joinable()) {
+        m_busThread.join();
     }
 }
 
 void IpcServer::start(std::unique_ptr<TICallListener> listener) {
     m_listener = std::move(listener);
     m_interfaceName = m_listener->GetInterfaceName();
-    m_thread = std::thread([this] { run(); });
+    m_busThread = std::thread([this] { run(); });
+    m_servingThread = std::thread([this] { serve(); });
 }
 
-bool IpcServer::isDispatchingHere() const {
-    return m_thread.get_id() == std::this_thread::get_id();
+bool IpcServer::isServingHere() const {
+    return m_servingThread.get_id() == std::this_thread::get_id();
 }
 
 void IpcServer::connect() {
@@ -147,48 +190,58 @@ void IpcServer::connect() {
 }
 
 void IpcServer::openConnection() {
-    m_connection = sdbus::createSystemBusConnection();
+    m_connection = openSystemBus();
     // The watch comes first: who leaves from now on is either missing in the list of names or reported after
     // it.
     watchOwners();
-    addPresentConnections();
+    const std::vector<std::string> names = listNames();
     offerMethod();
-    m_connection->requestName(m_address.busName);
+    bus::check(sd_bus_request_name(m_connection.get(), m_address.busName.c_str(), 0), "taking the name");
+    sd_id128_t busId{};
+    bus::check(sd_bus_get_bus_id(m_connection.get(), &busId), "the bus's id");
+    std::array<char, SD_ID128_STRING_MAX> text{};
+    const char* own = nullptr;
+    bus::check(sd_bus_get_unique_name(m_connection.get(), &own), "the own name");
+    report(m_connections.begin(sd_id128_to_string(busId, text.data()), names, own));
+    for (const std::string& name : m_connections.remembered()) {
+        lookUp(name);
+    }
+    m_nextComparison = Clock::now() + kComparisonPeriod;
+    m_nextLook = Clock::now();
 }
 
 void IpcServer::watchOwners() {
-    m_ownersWatch = m_connection->addMatch(kOwnersMatch, [this](sdbus::Message& signal) {
-        try {
-            onNameOwnerChanged(signal);
-        } catch (const std::exception& error) {
-            logError(std::string("a NameOwnerChanged signal could not be read: ") + error.what());
-        }
-    });
+    bus::check(sd_bus_add_match(m_connection.get(), nullptr, kOwnersMatch, onNameOwnerChanged, this),
+               "watching who leaves");
 }
 
-void IpcServer::addPresentConnections() {
-    std::vector<std::string> names;
-    sdbus::createProxy(*m_connection, kBus, kBusPath)
-        ->callMethod("ListNames")
-        .onInterface(kBus)
-        .storeResultsTo(names);
-    m_connections.addPresent(names, m_connection->getUniqueName());
+std::vector<std::string> IpcServer::listNames() {
+    sd_bus_message* answer = nullptr;
+    bus::Error error;
+    const bus::Message call = newCall(m_connection.get(), kBus, "ListNames");
+    bus::check(sd_bus_call(m_connection.get(), call.get(), 0, error.get(), &answer), "the list of names");
+    return readNames(bus::Message(answer).get());
 }
 
 void IpcServer::offerMethod() {
-    m_object = sdbus::createObject(*m_connection, m_address.objectPath);
     for (const std::string& interface : m_address.interfaces) {
-        m_object->registerMethod(interface, "Call", "siay", {"interface", "method", "request"}, "ay",
-                                 {"reply"}, [this](sdbus::MethodCall call) { onCall(std::move(call)); });
+        bus::check(sd_bus_add_object_vtable(m_connection.get(), nullptr, m_address.objectPath.c_str(),
+                                            interface.c_str(), m_methods.data(), this),
+                   "offering the method");
     }
-    m_object->finishRegistration();
 }
 
+// The calls are dropped while their connection is there, because their messages refer to it.
 void IpcServer::disconnect() {
-    m_object.reset();
-    m_ownersWatch.reset();
+    m_queue.dropAll();
+    m_unread.clear();
+    {
+        const std::lock_guard<std::mutex> lock(m_outcomesMutex);
+        m_outcomes.clear();
+        m_unsent = 0;
+    }
+    m_outcomesSent.notify_all();
     m_connection.reset();
-    m_connections.removeAll();
 }
 
 void IpcServer::run() {
@@ -199,10 +252,6 @@ void IpcServer::run() {
         } catch (const std::exception& error) {
             logError(std::string("the bus is lost: ") + error.what());
         }
-        // Nobody survives the loss of the bus.
-        for (const auto& [name, pid] : m_connections.removeAll()) {
-            CallersObservers::ownerRemoved(name, pid);
-        }
         disconnect();
         if (!reconnect()) {
             return;
@@ -210,19 +259,15 @@ void IpcServer::run() {
     }
 }
 
-// Returns when stopped; throws when the bus is lost.
-void IpcServer::processUntilStopped() {
-    for (bool stopped = false; !stopped;) {
-        const bool more = m_connection->processPendingRequest();
-        const sdbus::IConnection::PollData data = m_connection->getEventLoopPollData();
-        stopped = m_stop.wait({data.fd, data.events, 0}, more ? 0 : data.getPollTimeout());
-    }
-}
-
 // Tries once a second, quietly: the loss has been logged, and the bus may stay away for long. False when
 // stopped.
 bool IpcServer::reconnect() {
-    while (!m_stop.wait({-1, 0, 0}, kRetryMilliseconds)) {
+    for (;;) {
+        m_wake.clear();
+        if (m_isStopped) {
+            return false;
+        }
+        m_wake.wait({-1, 0, 0}, kRetryMilliseconds);
         try {
             connect();
             logInfo("the bus is back, the name is taken again");
@@ -231,60 +276,329 @@ bool IpcServer::reconnect() {
             continue;
         }
     }
-    return false;
+}
+
+// Returns when stopped; throws when the bus is lost.
+void IpcServer::processUntilStopped() {
+    for (;;) {
+        m_wake.clear();
+        // Read before the outcomes are sent: the outcome of the last call is given before the stop.
+        const bool isStopped = m_isStopped;
+        sendOutcomes();
+        process();
+        if (isStopped) {
+            return;
+        }
+        const Clock::time_point now = Clock::now();
+        askPeriodically(now);
+        noticeStuckWrites(now);
+        waitForBus();
+    }
+}
+
+// Deals with what has arrived, but comes back for outcomes now and then.
+void IpcServer::process() {
+    constexpr int kMessages = 100;
+    for (int message = 0; message < kMessages; ++message) {
+        if (bus::check(sd_bus_process(m_connection.get(), nullptr), "reading from the bus") == 0) {
+            return;
+        }
+    }
+}
+
+// Waits until there is something to do: for the bus, for an outcome, or because of the time.
+bool IpcServer::waitForBus() {
+    std::uint64_t next = std::numeric_limits<std::uint64_t>::max();
+    bus::check(sd_bus_get_timeout(m_connection.get(), &next), "the time-out of the bus");
+    const auto now = Clock::now();
+    const auto ofBus = Clock::time_point(std::chrono::microseconds(
+        std::min(next, static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() / 1000))));
+    Clock::time_point until = std::min(ofBus, m_nextComparison);
+    if (m_unread.callers().empty() == false) {
+        until = std::min(until, m_nextLook);
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(until, now) - now);
+    const int descriptor = bus::check(sd_bus_get_fd(m_connection.get()), "the descriptor of the bus");
+    const int events = bus::check(sd_bus_get_events(m_connection.get()), "the events of the bus");
+    return m_wake.wait({descriptor, static_cast<short>(events), 0}, static_cast<int>(left.count()));
+}
+
+void IpcServer::report(std::vector<Departure> departures) {
+    for (Departure& departure : departures) {
+        m_queue.drop(departure.name);
+        m_unread.forget(departure.name);
+        m_queue.add(std::move(departure));
+    }
+}
+
+// Asks the bus about a connection. The answer goes to @p onAnswer on this thread, with the question.
+void IpcServer::ask(const char* interface, const char* member, const char* name, std::uint64_t replies,
+                    sd_bus_message_handler_t onAnswer) {
+    const bus::Message call = newCall(m_connection.get(), interface, member);
+    if (name != nullptr) {
+        bus::check(sd_bus_message_append_basic(call.get(), 's', name), "a call of the bus");
+    }
+    auto question = std::make_unique<Question>(Question{this, name == nullptr ? "" : name, replies});
+    sd_bus_slot* slot = nullptr;
+    bus::check(sd_bus_call_async(m_connection.get(), &slot, call.get(), onAnswer, question.get(), 0),
+               "asking the bus");
+    sd_bus_slot_set_destroy_callback(slot, [](void* data) { delete static_cast<Question*>(data); });
+    (void)question.release();
+    // From here on the slot lives as long as the question is open.
+    sd_bus_slot_set_floating(slot, 1);
+    sd_bus_slot_unref(slot);
+}
+
+void IpcServer::lookUp(const std::string& name) {
+    if (m_connections.add(name)) {
+        ask(kBus, "GetConnectionCredentials", name.c_str(), 0, onCredentials);
+    }
+}
+
+int IpcServer::onCredentials(sd_bus_message* answer, void* question, sd_bus_error* /*error*/) {
+    const auto& asked = *static_cast<Question*>(question);
+    IpcServer& server = *asked.server;
+    if (sd_bus_is_open(sd_bus_message_get_bus(answer)) <= 0) {
+        return 0;
+    }
+    // What the bus does not tell: it has left already, or is in another namespace of processes.
+    Connections::Identity identity{{}, std::numeric_limits<uid_t>::max()};
+    readNumber(answer, "ProcessID", identity.properties.pid);
+    sd_bus_message_rewind(answer, 1);
+    readNumber(answer, "UnixUserID", identity.user);
+    identity.properties.progName = programName(identity.properties.pid);
+    if (auto departure = server.m_connections.identify(asked.name, identity)) {
+        server.m_queue.add(std::move(*departure));
+    }
+    server.admit(asked.name);
+    return 0;
+}
+
+void IpcServer::admit(const std::string& name) {
+    if (const Connections::Identity* identity = m_connections.identity(name)) {
+        m_queue.admit(name, identity->properties, identity->user);
+    }
+}
+
+void IpcServer::askPeriodically(Clock::time_point now) {
+    if (now >= m_nextComparison) {
+        m_nextComparison = now + kComparisonPeriod;
+        ask(kBus, "ListNames", nullptr, 0, onNames);
+    }
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(m_connection.get(), &queued);
+    if (now >= m_nextLook && queued == 0) {
+        m_nextLook = now + kLookPeriod;
+        for (const auto& [name, replies] : m_unread.callers()) {
+            ask(kStatistics, "GetConnectionStats", name.c_str(), replies, onStatistics);
+        }
+    }
+}
+
+// A caller that came after the list was made is not known yet: its calls arrive after the answer.
+int IpcServer::onNames(sd_bus_message* answer, void* question, sd_bus_error* /*error*/) {
+    IpcServer& server = *static_cast<Question*>(question)->server;
+    if (sd_bus_message_is_method_error(answer, nullptr) == 0 &&
+        sd_bus_is_open(sd_bus_message_get_bus(answer)) > 0) {
+        server.report(server.m_connections.compare(readNames(answer)));
+    }
+    return 0;
+}
+
+// A bus that keeps no such statistics answers with an error; then everything counts as read.
+int IpcServer::onStatistics(sd_bus_message* answer, void* question, sd_bus_error* /*error*/) {
+    const auto& asked = *static_cast<Question*>(question);
+    std::uint32_t unread = 0;
+    readNumber(answer, "OutgoingBytes", unread);
+    asked.server->m_unread.keeps(asked.name, asked.replies, unread);
+    return 0;
+}
+
+// The bus reads nothing from a sender of whose messages too much is unread, or it hangs: a new connection is
+// the way out of the first.
+void IpcServer::noticeStuckWrites(Clock::time_point now) {
+    std::uint64_t queued = 0;
+    sd_bus_get_n_queued_write(m_connection.get(), &queued);
+    if (queued == 0 || queued != m_writesQueued) {
+        m_writesMoved = now;
+        m_writesQueued = queued;
+    }
+    if (queued == 0) {
+        const std::lock_guard<std::mutex> lock(m_outcomesMutex);
+        m_unsent = 0;
+        for (const Outcome& outcome : m_outcomes) {
+            m_unsent += outcome.size();
+        }
+        m_outcomesSent.notify_all();
+    } else if (now - m_writesMoved >= kStuckLimit) {
+        throw std::runtime_error("it has taken no message for " + std::to_string(kStuckLimit.count()) + " s");
+    }
 }
 
 // The match rule is no guard against a signal sent to this connection alone; its sender tells.
-void IpcServer::onNameOwnerChanged(sdbus::Message& signal) {
-    if (signal.getSender() != kBus) {
-        return;
+int IpcServer::onNameOwnerChanged(sd_bus_message* signal, void* server, sd_bus_error* /*error*/) {
+    if (bus::text(sd_bus_message_get_sender(signal)) != kBus) {
+        return 0;
     }
-    std::string name;
-    std::string oldOwner;
-    std::string newOwner;
-    signal >> name >> oldOwner >> newOwner;
-    if (!newOwner.empty()) {
-        return;
+    const char* name = nullptr;
+    const char* oldOwner = nullptr;
+    const char* newOwner = nullptr;
+    if (sd_bus_message_read(signal, "sss", &name, &oldOwner, &newOwner) > 0 && *newOwner == '\0') {
+        static_cast<IpcServer*>(server)->forget(name);
     }
-    if (const auto pid = m_connections.remove(name)) {
-        CallersObservers::ownerRemoved(name, *pid);
+    return 0;
+}
+
+void IpcServer::forget(const std::string& name) {
+    m_queue.drop(name);
+    m_unread.forget(name);
+    if (auto departure = m_connections.remove(name)) {
+        m_queue.add(std::move(*departure));
     }
 }
 
-void IpcServer::onCall(sdbus::MethodCall call) {
+int IpcServer::onCall(sd_bus_message* message, void* server, sd_bus_error* error) {
     try {
-        answer(call);
-    } catch (const Refusal& refusal) {
-        sendError(call, refusal.name(), refusal.what());
+        return static_cast<IpcServer*>(server)->accept(message, error);
+    } catch (const std::exception& failure) {
+        logError(std::string("a call failed: ") + failure.what());
+        return sd_bus_error_set(error, kFailed, failure.what());
+    }
+}
+
+// Takes a call into the queue. A negative result with an error set is sd-bus's to answer.
+int IpcServer::accept(sd_bus_message* message, sd_bus_error* error) {
+    // Both stay in the message, however long they are.
+    const char* interface = nullptr;
+    Call call;
+    bus::check(sd_bus_message_read(message, "si", &interface, &call.method), "reading a call");
+    bus::check(sd_bus_message_read_array(message, 'y', &call.bytes, &call.size), "reading a request");
+    if (interface != m_interfaceName) {
+        return sd_bus_error_set(error, kUnknownInterface,
+                                ("nobody serves an interface " + quoted(interface)).c_str());
+    }
+    if (call.size > kMaxRequest) {
+        return sd_bus_error_set(error, kLimitsExceeded, "the request is over 1 MiB");
+    }
+    call.message = bus::share(message);
+    call.sender = bus::text(sd_bus_message_get_sender(message));
+    const std::string sender = call.sender;
+    lookUp(sender);
+    for (const Call& refused : m_queue.push(std::move(call))) {
+        refuse(refused, "too many calls wait to be served");
+    }
+    admit(sender);
+    return 1;
+}
+
+void IpcServer::refuse(const Call& call, const char* message) {
+    const sd_bus_error error = {kLimitsExceeded, message, 0};
+    sd_bus_reply_method_error(call.message.get(), &error);
+}
+
+void IpcServer::sendOutcomes() {
+    std::vector<Outcome> outcomes;
+    {
+        const std::lock_guard<std::mutex> lock(m_outcomesMutex);
+        outcomes.swap(m_outcomes);
+    }
+    for (Outcome& outcome : outcomes) {
+        send(outcome);
+    }
+}
+
+void IpcServer::send(Outcome& outcome) {
+    // The bus may have been lost while the call was served.
+    if (sd_bus_message_get_bus(outcome.call.message.get()) != m_connection.get()) {
+        return;
+    }
+    try {
+        const bus::Message reply = replyTo(outcome);
+        bus::check(sd_bus_send(m_connection.get(), reply.get(), nullptr), "sd_bus_send");
+    } catch (const std::exception& failure) {
+        logError(std::string("a reply could not be sent: ") + failure.what());
+    }
+}
+
+bus::Message IpcServer::replyTo(Outcome& outcome) {
+    sd_bus_message* made = nullptr;
+    if (outcome.error != nullptr) {
+        const sd_bus_error error = {outcome.error, outcome.errorMessage.c_str(), 0};
+        bus::check(sd_bus_message_new_method_error(outcome.call.message.get(), &made, &error),
+                   "making an error");
+        return bus::Message(made);
+    }
+    bus::check(sd_bus_message_new_method_return(outcome.call.message.get(), &made), "making a reply");
+    bus::Message reply(made);
+    bus::check(sd_bus_message_append_array(made, 'y', outcome.reply.GetAsVoidFromOffset(0), outcome.size()),
+               "writing a reply");
+    return reply;
+}
+
+void IpcServer::serve() {
+    for (;;) {
+        auto next = m_queue.next();
+        if (std::holds_alternative<Stop>(next)) {
+            return;
+        }
+        if (const auto* departure = std::get_if<Departure>(&next)) {
+            CallersObservers::ownerRemoved(departure->name, departure->pid);
+        } else {
+            serveOne(std::get<Call>(std::move(next)));
+        }
+    }
+}
+
+void IpcServer::serveOne(Call call) {
+    waitForRoom();
+    Outcome outcome;
+    outcome.call = std::move(call);
+    try {
+        answer(outcome);
     } catch (const std::exception& error) {
         logError(std::string("a call failed: ") + error.what());
-        sendError(call, kFailed, error.what());
+        outcome.error = kFailed;
+        outcome.errorMessage = error.what();
     }
+    give(std::move(outcome));
 }
 
-void IpcServer::answer(sdbus::MethodCall& call) {
-    // Stays in the message, however long it is.
-    char* interface = nullptr;
-    std::int32_t method = 0;
-    call >> interface >> method;
-    if (interface != m_interfaceName) {
-        throw Refusal(kUnknownInterface, "nobody serves an interface " + quoted(interface));
+// Fills in the reply or an error.
+void IpcServer::answer(Outcome& outcome) {
+    const Call& call = outcome.call;
+    if (m_unread.refuses(call.method, call.user)) {
+        outcome.error = kLimitsExceeded;
+        outcome.errorMessage = "callers of this user have not read the large replies before this one";
+        return;
     }
-    TCMessageBuffer request = readRequest(call);
-    TCMessageBuffer reply = dispatch(call, method, request);
-    sendReply(call, reply);
-}
-
-TCMessageBuffer IpcServer::dispatch(sdbus::MethodCall& call, int method, TCMessageBuffer& request) {
-    request.m_senderName = call.getSender();
-    const TSCallerProperties& caller =
-        m_connections.addCaller(request.m_senderName, [&call] { return senderPid(call); });
+    TCMessageBuffer request;
+    request.WriteConcatenated(call.size, const_cast<void*>(call.bytes), -1);
+    request.m_senderName = call.sender;
     const ClearCallerAtEnd clearAtEnd;
-    CallersObservers::setCurrentCaller(caller);
-    TCMessageBuffer reply;
-    if (!m_listener->OnCallReceived(method, request, reply)) {
-        throw Refusal(kUnknownMethod, "the interface " + quoted(m_interfaceName) + " has no method " +
-                                          std::to_string(method));
+    CallersObservers::setCurrentCaller(call.caller);
+    if (!m_listener->OnCallReceived(call.method, request, outcome.reply)) {
+        outcome.error = kUnknownMethod;
+        outcome.errorMessage =
+            "the interface " + quoted(m_interfaceName) + " has no method " + std::to_string(call.method);
+    } else if (outcome.size() > kMaxReply) {
+        outcome.error = kLimitsExceeded;
+        outcome.errorMessage =
+            "the reply of " + std::to_string(outcome.size()) + " bytes is larger than what the bus carries";
+    } else {
+        m_unread.sent(call.sender, call.user, call.method, outcome.size());
     }
-    return reply;
+}
+
+void IpcServer::give(Outcome outcome) {
+    {
+        const std::lock_guard<std::mutex> lock(m_outcomesMutex);
+        m_unsent += outcome.size();
+        m_outcomes.push_back(std::move(outcome));
+    }
+    m_wake.set();
+}
+
+void IpcServer::waitForRoom() {
+    std::unique_lock<std::mutex> lock(m_outcomesMutex);
+    m_outcomesSent.wait(lock, [this] { return m_unsent <= kMaxUnsent || !m_waitsForRoom; });
 }

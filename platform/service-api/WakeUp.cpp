@@ -22,6 +22,11 @@ void WakeUp::set() {
     eventfd_write(m_descriptor, 1);
 }
 
+void WakeUp::clear() {
+    eventfd_t count = 0;
+    eventfd_read(m_descriptor, &count);
+}
+
 bool WakeUp::wait(pollfd other, int milliseconds) {
     std::array<pollfd, 2> polled{pollfd{m_descriptor, POLLIN, 0}, other};
     const int ready = poll(polled.data(), polled.size(), milliseconds);

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 /**
  * @file
- * Asking a thread that waits in poll to stop.
+ * Waking a thread that waits in poll.
  */
 #ifndef SERVICE_API_WAKE_UP_H
 #define SERVICE_API_WAKE_UP_H
 
 #include <poll.h>
 
-/** Set once, by any thread; from then on its descriptor is readable and no wait on it blocks. */
+/** Set by any thread; until it is cleared its descriptor is readable and no wait on it blocks. */
 class WakeUp {
 public:
     WakeUp();
@@ -16,8 +16,11 @@ public:
     WakeUp(const WakeUp&) = delete;
     WakeUp& operator=(const WakeUp&) = delete;
 
-    /** Ends all waits, now and later. */
+    /** Ends all waits, now and until clear. */
     void set();
+
+    /** Makes the next wait block again. */
+    void clear();
 
     /**
      * Waits until set, or @p other is ready.

@@ -41,7 +41,7 @@ ZelServiceAPIManager::ZelServiceAPIManager() : m_impl(std::make_unique<Impl>()) 
 // Runs when the process exits. A call that itself ends the process still stands on everything here: then all
 // stays.
 ZelServiceAPIManager::~ZelServiceAPIManager() {
-    if (m_impl->server != nullptr && m_impl->server->isDispatchingHere()) {
+    if (m_impl->server != nullptr && m_impl->server->isServingHere()) {
         [[maybe_unused]] static const Impl* const kept = m_impl.release();
     }
 }

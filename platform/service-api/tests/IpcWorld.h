@@ -7,10 +7,12 @@
 #ifndef SERVICE_API_TESTS_IPC_WORLD_H
 #define SERVICE_API_TESTS_IPC_WORLD_H
 
+#include <gtest/gtest.h>
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -86,6 +88,19 @@ public:
 private:
     std::string m_name;
 };
+
+/** The file of the callers that are remembered across a restart. */
+constexpr const char* kCallersFile = "/run/zel-platform/ipc-callers";
+
+/** Takes away what a test before has left to be remembered. */
+class NothingRemembered : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo& /*test*/) override { std::remove(kCallersFile); }
+};
+
+inline const bool g_nothingIsRemembered = [] {
+    testing::UnitTest::GetInstance()->listeners().Append(new NothingRemembered);
+    return true;
+}();
 
 /** Adds an observer that lives as long as the process. */
 inline void observe(std::unique_ptr<TIIPCCallersObserver> observer) {
