@@ -71,6 +71,7 @@ void CallersFile::begin(const std::string& busId, const Callers& callers) {
     mkdir(kFolder, kFolderMode);
     m_descriptor =
         open(kTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW, kFileMode);
+    m_lines = 0;
     write(content);
     m_lines = callers.size();
     if (std::rename(kTemporary, kFile) != 0) {

@@ -14,7 +14,8 @@ std::vector<Departure> Connections::begin(const std::string& busId, const std::v
             m_known[name].rememberedPid = pid;
         }
     }
-    std::vector<Departure> gone = compare(m_busId == busId ? names : std::vector<std::string>());
+    m_isOnSameBus = m_busId == busId;
+    std::vector<Departure> gone = compare(m_isOnSameBus ? names : std::vector<std::string>());
     CallersFile::Callers callers;
     for (auto& [name, known] : m_known) {
         if (known.identity) {

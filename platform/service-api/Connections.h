@@ -46,6 +46,9 @@ public:
     std::vector<Departure> begin(const std::string& busId, const std::vector<std::string>& names,
                                  const std::string& own);
 
+    /** Whether begin found the bus on which the known connections were before. */
+    bool isOnSameBus() const { return m_isOnSameBus; }
+
     /** Forgets the known connections that are not among @p names. @return those */
     std::vector<Departure> compare(const std::vector<std::string>& names);
 
@@ -79,6 +82,7 @@ private:
     static std::uint32_t pidOf(const Known& known);
 
     std::string m_busId;
+    bool m_isOnSameBus = false;
     std::map<std::string, Known> m_known;
     CallersFile m_file;
 };

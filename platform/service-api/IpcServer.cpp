@@ -25,6 +25,7 @@ constexpr std::size_t kMaxReply = std::size_t{32} * 1024 * 1024 - 4096;
 constexpr std::size_t kMaxUnsent = std::size_t{1024} * 1024;
 
 constexpr int kRetryMilliseconds = 1000;
+constexpr std::chrono::seconds kOwnCheckTime{1};
 
 // The bus drops signals for a receiver whose queue is full, so who has left is also found by comparison.
 constexpr std::chrono::seconds kComparisonPeriod{10};
@@ -202,7 +203,7 @@ void IpcServer::openConnection() {
     std::array<char, SD_ID128_STRING_MAX> text{};
     const char* own = nullptr;
     bus::check(sd_bus_get_unique_name(m_connection.get(), &own), "the own name");
-    report(m_connections.begin(sd_id128_to_string(busId, text.data()), names, own));
+    reportFirst(m_connections.begin(sd_id128_to_string(busId, text.data()), names, own));
     for (const std::string& name : m_connections.remembered()) {
         lookUp(name);
     }
@@ -290,7 +291,7 @@ void IpcServer::processUntilStopped() {
             return;
         }
         const Clock::time_point now = Clock::now();
-        askPeriodically(now);
+        doPeriodicWork(now);
         noticeStuckWrites(now);
         waitForBus();
     }
@@ -307,20 +308,32 @@ void IpcServer::process() {
 }
 
 // Waits until there is something to do: for the bus, for an outcome, or because of the time.
-bool IpcServer::waitForBus() {
+void IpcServer::waitForBus() {
     std::uint64_t next = std::numeric_limits<std::uint64_t>::max();
     bus::check(sd_bus_get_timeout(m_connection.get(), &next), "the time-out of the bus");
     const auto now = Clock::now();
     const auto ofBus = Clock::time_point(std::chrono::microseconds(
         std::min(next, static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() / 1000))));
-    Clock::time_point until = std::min(ofBus, m_nextComparison);
-    if (m_unread.callers().empty() == false) {
+    Clock::time_point until = std::min({ofBus, m_nextComparison, m_leftBeforeTime});
+    if (!m_unread.callers().empty()) {
         until = std::min(until, m_nextLook);
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(until, now) - now);
     const int descriptor = bus::check(sd_bus_get_fd(m_connection.get()), "the descriptor of the bus");
     const int events = bus::check(sd_bus_get_events(m_connection.get()), "the events of the bus");
-    return m_wake.wait({descriptor, static_cast<short>(events), 0}, static_cast<int>(left.count()));
+    m_wake.wait({descriptor, static_cast<short>(events), 0}, static_cast<int>(left.count()));
+}
+
+// A process that restores sessions asks the kernel itself, at its start, which owners still live, and logs
+// that. So what only this library knows is reported a little later. On another bus it can't wait: a new
+// connection may have the name of one that has left.
+void IpcServer::reportFirst(std::vector<Departure> departures) {
+    if (m_servingThread.joinable() || !m_connections.isOnSameBus()) {
+        report(std::move(departures));
+    } else {
+        m_leftBefore = std::move(departures);
+        m_leftBeforeTime = Clock::now() + kOwnCheckTime;
+    }
 }
 
 void IpcServer::report(std::vector<Departure> departures) {
@@ -380,7 +393,11 @@ void IpcServer::admit(const std::string& name) {
     }
 }
 
-void IpcServer::askPeriodically(Clock::time_point now) {
+void IpcServer::doPeriodicWork(Clock::time_point now) {
+    if (now >= m_leftBeforeTime) {
+        report(std::exchange(m_leftBefore, {}));
+        m_leftBeforeTime = Clock::time_point::max();
+    }
     if (now >= m_nextComparison) {
         m_nextComparison = now + kComparisonPeriod;
         ask(kBus, "ListNames", nullptr, 0, onNames);

@@ -76,19 +76,20 @@ private:
     bool reconnect();
     void processUntilStopped();
     void process();
-    bool waitForBus();
+    void waitForBus();
     void disconnect();
     void openConnection();
     void watchOwners();
     std::vector<std::string> listNames();
     void offerMethod();
+    void reportFirst(std::vector<Departure> departures);
     void report(std::vector<Departure> departures);
     void forget(const std::string& name);
     void ask(const char* interface, const char* member, const char* name, std::uint64_t replies,
              sd_bus_message_handler_t onAnswer);
     void lookUp(const std::string& name);
     void admit(const std::string& name);
-    void askPeriodically(Clock::time_point now);
+    void doPeriodicWork(Clock::time_point now);
     void noticeStuckWrites(Clock::time_point now);
 
     static int onCall(sd_bus_message* message, void* server, sd_bus_error* error);
@@ -118,6 +119,9 @@ private:
     std::vector<sd_bus_vtable> m_methods;
     Connections m_connections;
     bus::Connection m_connection;
+    /** Those that left while no process of this name was on the bus, and when they are reported. */
+    std::vector<Departure> m_leftBefore;
+    Clock::time_point m_leftBeforeTime = Clock::time_point::max();
     Clock::time_point m_nextComparison;
     Clock::time_point m_nextLook;
     std::uint64_t m_writesQueued = 0;
