@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ServiceWait.h"
 
+#include <chrono>
 #include <cstdint>
-#include <memory>
 #include <thread>
-
-#include "Log.h"
 
 namespace {
 
@@ -34,46 +32,48 @@ struct UnitState {
     std::string activeState;
 };
 
-bool hasOwner(sdbus::IConnection& connection, const char* name, const Deadline& deadline) {
-    bool owned = false;
-    sdbus::createProxy(connection, kBus, kBusPath)
-        ->callMethod("NameHasOwner")
-        .onInterface(kBus)
-        .withTimeout(deadline.remaining())
-        .withArguments(name)
-        .storeResultsTo(owned);
-    return owned;
+bool hasOwner(ControlConnection& connection, const char* name, const Deadline& deadline) {
+    const BusMessage call = connection.newCall(kBus, kBusPath, kBus, "NameHasOwner");
+    checkBus(sd_bus_message_append(call.get(), "s", name), "NameHasOwner");
+    const BusMessage reply = connection.call(call, deadline);
+    int owned = 0;
+    checkBus(sd_bus_message_read(reply.get(), "b", &owned), "NameHasOwner");
+    return owned != 0;
 }
 
-sdbus::Variant unitProperty(sdbus::IProxy& unit, const char* name, const Deadline& deadline) {
-    sdbus::Variant value;
-    unit.callMethod("Get")
-        .onInterface(kProperties)
-        .withTimeout(deadline.remaining())
-        .withArguments(kSystemdUnit, name)
-        .storeResultsTo(value);
-    return value;
+std::string unitPath(ControlConnection& connection, const Deadline& deadline) {
+    const BusMessage call = connection.newCall(kSystemd, kSystemdPath, kSystemdManager, "LoadUnit");
+    checkBus(sd_bus_message_append(call.get(), "s", kUnit), "LoadUnit");
+    const BusMessage reply = connection.call(call, deadline);
+    const char* path = nullptr;
+    checkBus(sd_bus_message_read(reply.get(), "o", &path), "LoadUnit");
+    return path;
+}
+
+BusMessage unitProperty(ControlConnection& connection, const std::string& unit, const char* name,
+                        const Deadline& deadline) {
+    const BusMessage call = connection.newCall(kSystemd, unit.c_str(), kProperties, "Get");
+    checkBus(sd_bus_message_append(call.get(), "ss", kSystemdUnit, name), name);
+    return connection.call(call, deadline);
 }
 
 // The job is read before the state. Should it end in between, the state is already what the job led to; the
 // other way round a unit that has just been started would look inactive and without a job.
-UnitState readUnit(sdbus::IConnection& connection, const Deadline& deadline) {
-    sdbus::ObjectPath path;
-    sdbus::createProxy(connection, kSystemd, kSystemdPath)
-        ->callMethod("LoadUnit")
-        .onInterface(kSystemdManager)
-        .withTimeout(deadline.remaining())
-        .withArguments(kUnit)
-        .storeResultsTo(path);
-    const auto unit = sdbus::createProxy(connection, kSystemd, path);
-    const auto job =
-        unitProperty(*unit, "Job", deadline).get<sdbus::Struct<std::uint32_t, sdbus::ObjectPath>>();
-    return {job.get<0>() != 0, unitProperty(*unit, "ActiveState", deadline).get<std::string>()};
+UnitState readUnit(ControlConnection& connection, const Deadline& deadline) {
+    const std::string unit = unitPath(connection, deadline);
+    const BusMessage job = unitProperty(connection, unit, "Job", deadline);
+    std::uint32_t number = 0;
+    const char* path = nullptr;
+    checkBus(sd_bus_message_read(job.get(), "v", "(uo)", &number, &path), "Job");
+    const BusMessage state = unitProperty(connection, unit, "ActiveState", deadline);
+    const char* name = nullptr;
+    checkBus(sd_bus_message_read(state.get(), "v", "s", &name), "ActiveState");
+    return {number != 0, name};
 }
 
 // The name is read after the state: an instance whose unit has got over being deactivated is dead, so the bus
 // has given its name up before it answers us.
-Verdict judge(sdbus::IConnection& connection, const UnitState& unit, const Deadline& deadline) {
+Verdict judge(ControlConnection& connection, const UnitState& unit, const Deadline& deadline) {
     if (unit.activeState != "deactivating" && hasOwner(connection, kServiceName, deadline)) {
         return Verdict::kThere;
     }
@@ -81,14 +81,14 @@ Verdict judge(sdbus::IConnection& connection, const UnitState& unit, const Deadl
     return alive || unit.jobQueued ? Verdict::kComing : Verdict::kNone;
 }
 
-Verdict look(sdbus::IConnection& connection, const Deadline& deadline) {
+Verdict look(ControlConnection& connection, const Deadline& deadline) {
     if (!hasOwner(connection, kSystemd, deadline)) {
         return hasOwner(connection, kServiceName, deadline) ? Verdict::kThere : Verdict::kComing;
     }
     UnitState unit;
     try {
         unit = readUnit(connection, deadline);
-    } catch (const sdbus::Error&) {
+    } catch (const ControlError&) {
         // systemd has left or is starting anew: the next look tells. A lost bus shows there, too.
         return Verdict::kComing;
     }
@@ -97,18 +97,16 @@ Verdict look(sdbus::IConnection& connection, const Deadline& deadline) {
 
 }  // namespace
 
-std::string serviceOwner(sdbus::IConnection& connection, const Deadline& deadline) {
-    std::string owner;
-    sdbus::createProxy(connection, kBus, kBusPath)
-        ->callMethod("GetNameOwner")
-        .onInterface(kBus)
-        .withTimeout(deadline.remaining())
-        .withArguments(kServiceName)
-        .storeResultsTo(owner);
+std::string serviceOwner(ControlConnection& connection, const Deadline& deadline) {
+    const BusMessage call = connection.newCall(kBus, kBusPath, kBus, "GetNameOwner");
+    checkBus(sd_bus_message_append(call.get(), "s", kServiceName), "GetNameOwner");
+    const BusMessage reply = connection.call(call, deadline);
+    const char* owner = nullptr;
+    checkBus(sd_bus_message_read(reply.get(), "s", &owner), "GetNameOwner");
     return owner;
 }
 
-bool waitForService(sdbus::IConnection& connection, const Deadline& deadline) {
+bool waitForService(ControlConnection& connection, const Deadline& deadline) {
     for (;;) {
         const Verdict verdict = look(connection, deadline);
         if (verdict != Verdict::kComing) {

@@ -6,26 +6,25 @@
 #ifndef SERVICE_API_SERVICE_WAIT_H
 #define SERVICE_API_SERVICE_WAIT_H
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <string>
 
+#include "ControlConnection.h"
 #include "Deadline.h"
 
 /** Bus name of the service. */
 constexpr const char* kServiceName = "com.brenlow.ZELDaemon";
 
-/** The unique name of who owns the service's bus name. Throws sdbus::Error when nobody does. */
-std::string serviceOwner(sdbus::IConnection& connection, const Deadline& deadline);
+/** The unique name of who owns the service's bus name. Throws ControlError when nobody does. */
+std::string serviceOwner(ControlConnection& connection, const Deadline& deadline);
 
 /**
  * Waits until the service owns its bus name and its unit is not on its way down.
  *
  * @param connection  used by nobody else meanwhile
  * @param deadline    the longest wait
- * @return whether it is there; false as soon as nothing is left that would bring it. Throws sdbus::Error when
+ * @return whether it is there; false as soon as nothing is left that would bring it. Throws ControlError when
  * the bus is lost
  */
-bool waitForService(sdbus::IConnection& connection, const Deadline& deadline);
+bool waitForService(ControlConnection& connection, const Deadline& deadline);
 
 #endif

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ZelControl.h"
 
+#include <chrono>
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -15,66 +17,62 @@ constexpr const char* kServiceInterface = "com.brenlow.IZelControl";
 constexpr std::chrono::seconds kCallLimit{25};
 constexpr int kCommunicationFailed = -1;
 
+std::vector<ETerminateErrorType> readReasons(sd_bus_message* reply) {
+    const void* bytes = nullptr;
+    std::size_t size = 0;
+    checkBus(sd_bus_message_read_array(reply, 'i', &bytes, &size), "the reasons");
+    const auto* numbers = static_cast<const std::int32_t*>(bytes);
+    std::vector<ETerminateErrorType> reasons;
+    for (std::size_t i = 0; i < size / sizeof *numbers; ++i) {
+        reasons.push_back(static_cast<ETerminateErrorType>(numbers[i]));
+    }
+    return reasons;
+}
+
 }  // namespace
 
-ZelControl::ZelControl(std::unique_ptr<sdbus::IConnection> connection) {
-    replaceConnection(std::move(connection));
-}
-
-void ZelControl::replaceConnection(std::unique_ptr<sdbus::IConnection> connection) {
-    auto fresh = std::make_shared<Channel>();
-    fresh->connection = std::move(connection);
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_channel = std::move(fresh);
-}
-
 int ZelControl::Terminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) {
-    const auto read = [&](sdbus::MethodReply& reply) {
+    const auto read = [&](sd_bus_message* reply) {
         std::int32_t result = 0;
-        std::vector<std::int32_t> reasons;
-        TSZelData told;
-        reply >> result >> reasons >> told.pid >> told.needStandbyHandling;
-        errors.clear();
-        for (const std::int32_t reason : reasons) {
-            errors.push_back(static_cast<ETerminateErrorType>(reason));
-        }
-        data = told;
+        checkBus(sd_bus_message_read(reply, "i", &result), "the result");
+        std::vector<ETerminateErrorType> reasons = readReasons(reply);
+        std::int32_t pid = 0;
+        int needStandbyHandling = 0;
+        checkBus(sd_bus_message_read(reply, "ib", &pid, &needStandbyHandling), "the service's data");
+        errors = std::move(reasons);
+        data.pid = pid;
+        data.needStandbyHandling = needStandbyHandling != 0;
         return result;
     };
     return call(
-        "Terminate", [](sdbus::MethodCall&) {}, read);
+        "Terminate", [](sd_bus_message*) {}, read);
 }
 
 int ZelControl::Notify(ETriggerType trigger, const TSNotifyData& data) {
-    const auto fill = [&](sdbus::MethodCall& message) {
-        message << static_cast<std::int32_t>(trigger) << data.source << data.sourcePlugState << data.value;
+    const auto fill = [&](sd_bus_message* message) {
+        checkBus(sd_bus_message_append(message, "iiii", static_cast<std::int32_t>(trigger), data.source,
+                                       data.sourcePlugState, data.value),
+                 "the trigger");
     };
-    const auto read = [](sdbus::MethodReply& reply) {
+    const auto read = [](sd_bus_message* reply) {
         std::int32_t result = 0;
-        reply >> result;
+        checkBus(sd_bus_message_read(reply, "i", &result), "the result");
         return result;
     };
     return call("Notify", fill, read);
 }
 
-std::shared_ptr<ZelControl::Channel> ZelControl::channel() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_channel;
-}
-
 // The call goes to the owner of the name and not to the name: that never starts a service that isn't running.
-int ZelControl::call(const char* method, const std::function<void(sdbus::MethodCall&)>& fill,
-                     const std::function<int(sdbus::MethodReply&)>& read) {
-    const std::shared_ptr<Channel> used = channel();
-    const std::lock_guard<std::mutex> lock(used->mutex);
+int ZelControl::call(const char* method, const std::function<void(sd_bus_message*)>& fill,
+                     const std::function<int(sd_bus_message*)>& read) {
     const Deadline deadline(kCallLimit);
     try {
-        const std::string owner = serviceOwner(*used->connection, deadline);
-        const auto proxy = sdbus::createProxy(*used->connection, owner, kServicePath);
-        sdbus::MethodCall message = proxy->createMethodCall(kServiceInterface, method);
-        fill(message);
-        sdbus::MethodReply reply = proxy->callMethod(message, deadline.remaining());
-        return read(reply);
+        ControlConnection connection;
+        const std::string owner = serviceOwner(connection, deadline);
+        const BusMessage message = connection.newCall(owner, kServicePath, kServiceInterface, method);
+        fill(message.get());
+        const BusMessage reply = connection.call(message, deadline);
+        return read(reply.get());
     } catch (const std::exception& error) {
         logError(std::string(method) + ": the service gave no valid answer: " + error.what());
         return kCommunicationFailed;

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ZelServiceAPI.h"
 
+#include <chrono>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
 
+#include "ControlConnection.h"
 #include "Log.h"
 #include "ServiceWait.h"
 #include "ZelControl.h"
@@ -25,36 +27,33 @@ Current& current() {
     return *instance;
 }
 
-// A connection on which the service was seen, or null.
-std::unique_ptr<sdbus::IConnection> connectToService() {
+// Whether the service was seen.
+bool findService() {
     const Deadline deadline(kWaitLimit);
     try {
-        auto connection = sdbus::createSystemBusConnection();
-        if (waitForService(*connection, deadline)) {
-            return connection;
+        ControlConnection connection;
+        if (waitForService(connection, deadline)) {
+            return true;
         }
         logError("CreateZelControl: the service is not running and nothing starts it");
     } catch (const std::exception& error) {
         logError(std::string("CreateZelControl: the bus failed: ") + error.what());
     }
-    return nullptr;
+    return false;
 }
 
 }  // namespace
 
 void ZelServiceAPI::CreateZelControl(IZelControl** control) {
     *control = nullptr;
-    auto connection = connectToService();
-    if (connection == nullptr) {
+    if (!findService()) {
         return;
     }
     const std::lock_guard<std::mutex> lock(current().mutex);
     std::unique_ptr<ZelControl>& known = current().control;
+    // Another thread may hold the control that is there: it stays.
     if (known == nullptr) {
-        known = std::make_unique<ZelControl>(std::move(connection));
-    } else {
-        // Another thread may hold the control that is there: it stays and is given a connection that works.
-        known->replaceConnection(std::move(connection));
+        known = std::make_unique<ZelControl>();
     }
     *control = known.get();
 }

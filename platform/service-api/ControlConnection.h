@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+/**
+ * @file
+ * The connection that carries one exchange of the control with systemd or the service.
+ */
+#ifndef SERVICE_API_CONTROL_CONNECTION_H
+#define SERVICE_API_CONTROL_CONNECTION_H
+
+#include <systemd/sd-bus.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "Deadline.h"
+
+/** A call that was not answered, was answered with an error or has an answer of another shape. */
+class ControlError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/** Throws ControlError when @p result, a result of libsystemd, is negative. @return @p result */
+int checkBus(int result, const char* what);
+
+struct BusMessageRelease {
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using BusMessage = std::unique_ptr<sd_bus_message, BusMessageRelease>;
+
+/**
+ * A connection to the system bus, for one thread and one exchange.
+ *
+ * It protects itself from what strangers send to its unique name. It owns the bus name
+ * `com.brenlow.ZELLite.Control`, or waits in line for it behind another such connection; the policy of the
+ * bus lets only root send to both. The request for the name leaves together with the greeting, so no message
+ * can arrive in between. It does not accept descriptors, so where no such policy is installed strangers can't
+ * use up those of this process. What arrives all the same goes with the connection.
+ */
+class ControlConnection {
+public:
+    /** Connects. Throws ControlError when it can't. */
+    ControlConnection();
+
+    /** A call that is filled in and then made. Throws ControlError. */
+    BusMessage newCall(const std::string& destination, const char* path, const char* interface,
+                       const char* member);
+
+    /** Makes a call. @return its reply. Throws ControlError when there is none in time, or it is an error */
+    BusMessage call(const BusMessage& message, const Deadline& deadline);
+
+private:
+    void requestName();
+
+    struct BusRelease {
+        void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+    };
+    std::unique_ptr<sd_bus, BusRelease> m_bus;
+};
+
+#endif
