@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -19,6 +20,7 @@
 using testing::ElementsAre;
 using testing::Le;
 using testing::SizeIs;
+using testing::UnorderedElementsAreArray;
 
 // Stands before the clock of the library and of this file: a test may let time pass at once.
 std::chrono::steady_clock::time_point realNow() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
@@ -352,27 +354,141 @@ TEST_F(ControlTest, AControlMayBeCreatedAgainAfterItWasDestroyed) {
     EXPECT_EQ(notify(create()), 1);
 }
 
-TEST_F(ControlTest, DestroyingClosesTheConnection) {
+namespace {
+
+// A method of the bus, called with texts over a connection of the caller's, and its result.
+template <typename Result, typename... Arguments>
+Result askBus(const char* method, Arguments... arguments) {
+    Result result{};
+    const auto connection = sdbus::createSystemBusConnection();
+    sdbus::createProxy(*connection, "org.freedesktop.DBus", "/org/freedesktop/DBus")
+        ->callMethod(method)
+        .onInterface("org.freedesktop.DBus")
+        .withArguments(arguments...)
+        .storeResultsTo(result);
+    return result;
+}
+
+std::size_t connections() {
+    const auto names = askBus<std::vector<std::string>>("ListNames");
+    return static_cast<std::size_t>(
+        std::count_if(names.begin(), names.end(), [](const std::string& name) { return name[0] == ':'; }));
+}
+
+// Sends a call that carries a descriptor. Returns the name of the error that it is answered with.
+std::string sendDescriptor(const std::string& destination) {
+    const auto connection = sdbus::createSystemBusConnection();
+    const auto proxy = sdbus::createProxy(*connection, destination, "/");
+    sdbus::MethodCall call = proxy->createMethodCall("org.example.Stranger", "Take");
+    call << sdbus::UnixFd(STDIN_FILENO);
+    try {
+        proxy->callMethod(call, std::chrono::seconds(10));
+    } catch (const sdbus::Error& error) {
+        return error.getName();
+    }
+    return "none";
+}
+
+}  // namespace
+
+TEST_F(ControlTest, BetweenCallsThereIsNoConnection) {
     const FakeSystemd systemd(kActive);
     const FakeService service(1);
-    const auto connections = [] {
-        std::vector<std::string> names;
-        const auto connection = sdbus::createSystemBusConnection();
-        sdbus::createProxy(*connection, "org.freedesktop.DBus", "/org/freedesktop/DBus")
-            ->callMethod("ListNames")
-            .onInterface("org.freedesktop.DBus")
-            .storeResultsTo(names);
-        return names.size();
-    };
+    const std::size_t before = connections();
+
+    IZelControl* control = create();
+    const std::size_t created = connections();
+    const int result = notify(control);
+
+    EXPECT_EQ(created, before);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(connections(), before);
+}
+
+TEST_F(ControlTest, AConnectionOwnsTheControlsNameWhileItWaitsForTheService) {
+    std::string owner;
+    const FakeService service(1);
+    const FakeSystemd systemd([&](int) {
+        owner = askBus<std::string>("GetNameOwner", "com.brenlow.ZELLite.Control");
+        return kActive;
+    });
     const std::size_t before = connections();
 
     create();
-    create();
-    const std::size_t during = connections();
-    ZelServiceAPI::DestroyZelControl();
 
-    EXPECT_EQ(during, before + 1);
+    EXPECT_EQ(owner[0], ':');
     EXPECT_EQ(connections(), before);
+}
+
+TEST_F(ControlTest, TheCallersConnectionOwnsTheControlsName) {
+    const FakeSystemd systemd(kActive);
+    std::string owner;
+    std::string sender;
+    const FakeService service([&](sdbus::MethodCall& call) {
+        sender = call.getSender();
+        owner = askBus<std::string>("GetNameOwner", "com.brenlow.ZELLite.Control");
+        auto reply = call.createReply();
+        reply << std::int32_t{1};
+        reply.send();
+    });
+
+    notify(create());
+
+    EXPECT_EQ(owner, sender);
+}
+
+// The policy of the bus covers those that wait for the name, too.
+TEST_F(ControlTest, OfTwoCallsAtOnceOneWaitsForTheName) {
+    const FakeSystemd systemd(kActive);
+    std::vector<sdbus::MethodCall> waiting;
+    std::vector<std::string> callers;
+    std::vector<std::string> queued;
+    const FakeService service([&](sdbus::MethodCall& call) {
+        waiting.push_back(call);
+        callers.push_back(call.getSender());
+        if (waiting.size() < 2) {
+            return;
+        }
+        queued = askBus<std::vector<std::string>>("ListQueuedOwners", "com.brenlow.ZELLite.Control");
+        for (const sdbus::MethodCall& answered : waiting) {
+            auto reply = answered.createReply();
+            reply << std::int32_t{1};
+            reply.send();
+        }
+        // They may not outlive the connection that they came over.
+        waiting.clear();
+    });
+    IZelControl* control = create();
+
+    std::thread other([control] { EXPECT_EQ(notify(control), 1); });
+    EXPECT_EQ(notify(control), 1);
+
+    other.join();
+    EXPECT_THAT(callers, SizeIs(2));
+    EXPECT_THAT(queued, UnorderedElementsAreArray(callers));
+}
+
+TEST_F(ControlTest, TheBusKeepsDescriptorsFromTheConnection) {
+    const FakeSystemd systemd(kActive);
+    std::string error;
+    const FakeService service([&](sdbus::MethodCall& call) {
+        error = sendDescriptor(call.getSender());
+        auto reply = call.createReply();
+        reply << std::int32_t{1};
+        reply.send();
+    });
+
+    EXPECT_EQ(notify(create()), 1);
+
+    EXPECT_EQ(error, "org.freedesktop.DBus.Error.NotSupported");
+}
+
+TEST_F(ControlTest, WithTheNameTakenTheControlWorks) {
+    const FakeSystemd systemd(kActive);
+    const FakeService service(1);
+    const auto other = sdbus::createSystemBusConnection("com.brenlow.ZELLite.Control");
+
+    EXPECT_EQ(notify(create()), 1);
 }
 
 TEST_F(ControlTest, SeveralThreadsMayCreateAndNotify) {
