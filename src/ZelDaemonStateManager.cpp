@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ZelDaemonStateManager.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,6 +28,16 @@ constexpr int kNoControl = -1;
 
 // Spelled so on the set; the unit's name is not ours to mend.
 constexpr const char* kServiceUnit = "zel_deamon.service";
+
+// The name of the daemon's own connection to the bus; IPC has another. It is there for its consequence: the
+// policy of the bus lets only root send to the connection that owns it or waits for it. Without it, signals
+// of any user pile up on the connection, which the daemon reads only when it starts the service.
+constexpr const char* kConnectionName = "com.brenlow.ZELLite.StateManager";
+// A former instance of the daemon may not have left the bus yet: the new one waits for the name.
+constexpr unsigned int kWaitInLine = 0;
+
+// libdbus reads 2 KiB at once, and a bus keeps 128 MiB for a connection at most.
+constexpr int kMostReads = 65'536;
 
 constexpr int kPreviousDaemonProbes = 200;
 constexpr useconds_t kPreviousDaemonProbeInterval = 100'000;
@@ -229,6 +240,12 @@ private:
     DBusError m_error{};
 };
 
+// Whether a read would find something: bytes, or the end of the connection.
+bool IsReadable(DBusConnection* connection) {
+    pollfd polled{-1, POLLIN, 0};
+    return dbus_connection_get_unix_fd(connection, &polled.fd) != 0 && poll(&polled, 1, 0) > 0;
+}
+
 }  // namespace
 
 bool TCZelDaemonStateManager::m_InitDbusConnection() {
@@ -254,19 +271,28 @@ bool TCZelDaemonStateManager::m_InitDbusConnection() {
         ZEL_LOG_ERROR("Dbus Register Error ret(%d)", static_cast<int>(registered));
         return false;
     }
+    if (dbus_bus_request_name(connection.get(), kConnectionName, kWaitInLine, error.Get()) < 0) {
+        ZEL_LOG_ERROR("Dbus Name Error errMsg(%s)", error.Message());
+    }
     m_connection = std::move(connection);
+    // Drops what strangers have sent between the registration and the name.
+    m_DrainDbusConnection();
     return true;
 }
 
-// The daemon reads this connection here only. What came since the last start is dropped: a stranger's signal,
-// or the news that the bus has gone. A connection that has lost its bus counts as none.
+// The daemon reads this connection here only: before each start, and when it has its name. What came
+// meanwhile is dropped, such as a signal of one of root's programs, or the news that the bus has gone. That
+// news comes last, so everything before it is read. A connection that has lost its bus counts as none.
 bool TCZelDaemonStateManager::m_DrainDbusConnection() {
     if (!m_connection) {
         return false;
     }
-    dbus_connection_read_write(m_connection.get(), 0);
-    while (dbus_connection_dispatch(m_connection.get()) == DBUS_DISPATCH_DATA_REMAINS) {
-    }
+    int reads = 0;
+    do {
+        dbus_connection_read_write(m_connection.get(), 0);
+        while (dbus_connection_dispatch(m_connection.get()) == DBUS_DISPATCH_DATA_REMAINS) {
+        }
+    } while (++reads < kMostReads && IsReadable(m_connection.get()));
     return dbus_connection_get_is_connected(m_connection.get()) != 0;
 }
 

@@ -54,6 +54,7 @@ constexpr std::array kKnownLines{
     KnownLine{"ZelDaemonStateManager.cpp", "m_InitDbusConnection", kError, "Dbus Connection nullptr"},
     KnownLine{"ZelDaemonStateManager.cpp", "m_InitDbusConnection", kError, "Dbus Register Error errMsg(%s)"},
     KnownLine{"ZelDaemonStateManager.cpp", "m_InitDbusConnection", kError, "Dbus Register Error ret(%d)"},
+    KnownLine{"ZelDaemonStateManager.cpp", "m_InitDbusConnection", kError, "Dbus Name Error errMsg(%s)"},
     KnownLine{"ZelDaemonStateManager.cpp", "m_StartZelDaemonService", kInfo, "m_previousZELDaemonPID(%d)"},
     KnownLine{"ZelDaemonStateManager.cpp", "m_StartZelDaemonService", kError, "zel-daemon is alive, pid(%d)"},
     KnownLine{"ZelDaemonStateManager.cpp", "m_StartZelDaemonService", kError,

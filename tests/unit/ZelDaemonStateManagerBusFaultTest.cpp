@@ -2,6 +2,7 @@
 // The start of the service when libdbus fails: each failure has its line, and everything is released.
 #include <dbus/dbus.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ enum class Fault {
     RegisterGivesAnError,
     RegisterGivesAnErrorAndSuccess,
     RegisterGivesNothing,
+    NameRefused,
+    NameOfAnother,
     NoMessage,
     NoFirstArgument,
     NoSecondArgument,
@@ -36,6 +39,7 @@ enum class Fault {
     NoPendingCall,
     NoReply,
     ConnectionLost,
+    AlwaysMoreToRead,
 };
 
 /** What libdbus does for the test's thread, and what that thread has of it and must release. */
@@ -113,6 +117,23 @@ extern "C" dbus_bool_t __wrap_dbus_bus_register(DBusConnection* connection, DBus
     return has(Fault::RegisterGivesNothing) ? 0 : __real_dbus_bus_register(connection, error);
 }
 
+extern "C" int __real_dbus_bus_request_name(DBusConnection* connection, const char* name, unsigned int flags,
+                                            DBusError* error);
+extern "C" int __wrap_dbus_bus_request_name(DBusConnection* connection, const char* name, unsigned int flags,
+                                            DBusError* error);
+extern "C" int __wrap_dbus_bus_request_name(DBusConnection* connection, const char* name, unsigned int flags,
+                                            DBusError* error) {
+    if (isWatched) {
+        record("dbus_bus_request_name " + std::string(name) + " " + std::to_string(flags));
+    }
+    if (has(Fault::NameRefused)) {
+        setError(error, "not for you");
+        return -1;
+    }
+    return has(Fault::NameOfAnother) ? DBUS_REQUEST_NAME_REPLY_IN_QUEUE
+                                     : __real_dbus_bus_request_name(connection, name, flags, error);
+}
+
 extern "C" DBusMessage* __real_dbus_message_new_method_call(const char* destination, const char* path,
                                                             const char* interface, const char* method);
 extern "C" DBusMessage* __wrap_dbus_message_new_method_call(const char* destination, const char* path,
@@ -182,6 +203,12 @@ extern "C" dbus_bool_t __wrap_dbus_connection_get_is_connected(DBusConnection* c
     return has(Fault::ConnectionLost) ? 0 : __real_dbus_connection_get_is_connected(connection);
 }
 
+extern "C" int __real_poll(pollfd* polled, nfds_t count, int timeout);
+extern "C" int __wrap_poll(pollfd* polled, nfds_t count, int timeout);
+extern "C" int __wrap_poll(pollfd* polled, nfds_t count, int timeout) {
+    return has(Fault::AlwaysMoreToRead) ? 1 : __real_poll(polled, count, timeout);
+}
+
 extern "C" void __real_dbus_connection_unref(DBusConnection* connection);
 extern "C" void __wrap_dbus_connection_unref(DBusConnection* connection);
 extern "C" void __wrap_dbus_connection_unref(DBusConnection* connection) {
@@ -215,8 +242,9 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, AManagerMarksItsBirthThenRegistersOnTh
 
     auto manager = bornAtBoot();
 
-    EXPECT_THAT(actions(), ElementsAre("IsDebug", "log TCZelDaemonStateManager: First boot up",
-                                       "dbus_bus_get 1, marked", "dbus_bus_register"));
+    EXPECT_THAT(actions(),
+                ElementsAre("IsDebug", "log TCZelDaemonStateManager: First boot up", "dbus_bus_get 1, marked",
+                            "dbus_bus_register", "dbus_bus_request_name com.brenlow.ZELLite.StateManager 0"));
 }
 
 TEST_F(ZelDaemonStateManagerBusFaultTest, ARestartedManagerLooksForTheServiceThenRegistersOnTheSystemBus) {
@@ -227,7 +255,8 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, ARestartedManagerLooksForTheServiceThe
     const TCZelDaemonStateManager manager;
 
     EXPECT_THAT(actions(), ElementsAre("IsDebug", "log TCZelDaemonStateManager: ZEL was running before",
-                                       "dbus_bus_get 1, marked", "dbus_bus_register"));
+                                       "dbus_bus_get 1, marked", "dbus_bus_register",
+                                       "dbus_bus_request_name com.brenlow.ZELLite.StateManager 0"));
 }
 
 TEST_F(ZelDaemonStateManagerBusFaultTest, EachFailureToConnectHasItsLineAndFailsTheStart) {
@@ -265,6 +294,39 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, EachFailureToConnectHasItsLineAndFails
         libdbus.fault = Fault::None;
         EXPECT_EQ(stateOf(*manager), 0);
     }
+}
+
+TEST_F(ZelDaemonStateManagerBusFaultTest, WithoutTheNameTheManagerSaysSoOnceAndStartsTheService) {
+    libdbus.fault = Fault::NameRefused;
+
+    auto manager = bornAfterTermination();
+
+    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Dbus Name Error errMsg(not for you)"));
+    EXPECT_EQ(FakeDlog::lines().back().function(), "m_InitDbusConnection");
+    EXPECT_THAT(held(), ElementsAre(1, 0, 0, 0));
+    forget();
+
+    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_THAT(FakeDlog::messages(kError),
+                testing::Not(testing::Contains(testing::StartsWith("Dbus Name"))));
+    EXPECT_EQ(systemd->takeCalls().size(), 1U);
+}
+
+TEST_F(ZelDaemonStateManagerBusFaultTest, ANameThatAFormerInstanceStillHasIsWaitedForSilently) {
+    libdbus.fault = Fault::NameOfAnother;
+
+    auto manager = bornAfterTermination();
+
+    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
+    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+}
+
+TEST_F(ZelDaemonStateManagerBusFaultTest, AConnectionThatAlwaysHasMoreToReadDoesNotHoldUpAStart) {
+    auto manager = bornAfterTermination();
+    libdbus.fault = Fault::AlwaysMoreToRead;
+
+    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
 }
 
 TEST_F(ZelDaemonStateManagerBusFaultTest, EachFailureToCallTheManagerHasItsLineAndFailsTheStart) {
@@ -391,5 +453,6 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, TheOldProcessIsAwaitedBeforeTheBusIsCo
 
     EXPECT_THAT(actions(),
                 ElementsAre("kill 4711 0", "usleep 100000", "kill 4711 0", "dbus_bus_get 1, marked",
-                            "dbus_bus_register", "send", "wait", "CreateZelControl", "Notify 1 0 0 0"));
+                            "dbus_bus_register", "dbus_bus_request_name com.brenlow.ZELLite.StateManager 0",
+                            "send", "wait", "CreateZelControl", "Notify 1 0 0 0"));
 }

@@ -116,6 +116,37 @@ TEST_F(ZelDaemonStateManagerBusTest, ABusThatWasRestartedIsConnectedToAnew) {
 
 namespace {
 
+// The unique name of the manager's connection.
+std::string uniqueName() {
+    DBusConnection* manager = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
+    const std::string name = dbus_bus_get_unique_name(manager);
+    dbus_connection_unref(manager);
+    return name;
+}
+
+// The unique name of the connection that owns a name; empty when there is none.
+std::string ownerOf(const std::string& address, const char* name) {
+    DBusConnection* visitor = dbus_connection_open_private(address.c_str(), nullptr);
+    dbus_bus_register(visitor, nullptr);
+    DBusMessage* call = dbus_message_new_method_call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                     "org.freedesktop.DBus", "GetNameOwner");
+    dbus_message_append_args(call, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
+    constexpr int kLimitMs = 10000;
+    DBusMessage* reply = dbus_connection_send_with_reply_and_block(visitor, call, kLimitMs, nullptr);
+    const char* owner = "";
+    if (reply != nullptr) {
+        dbus_message_get_args(reply, nullptr, DBUS_TYPE_STRING, &owner, DBUS_TYPE_INVALID);
+    }
+    std::string result = owner;
+    if (reply != nullptr) {
+        dbus_message_unref(reply);
+    }
+    dbus_message_unref(call);
+    dbus_connection_close(visitor);
+    dbus_connection_unref(visitor);
+    return result;
+}
+
 // Sends a signal of about this many bytes, which lies on the manager's socket when this returns.
 void sendToManager(const std::string& address, std::size_t bytes) {
     DBusConnection* manager = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
@@ -159,6 +190,46 @@ TEST_F(ZelDaemonStateManagerBusTest, ABusThatWasRestartedAfterAStrangersSignalsS
     EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
 
     EXPECT_EQ(systemd.takeCalls().size(), 1U);
+}
+
+// libdbus reads 2 KiB at once, so the news that the bus has gone lies several reads behind them.
+TEST_F(ZelDaemonStateManagerBusTest, ABusThatWasRestartedAfterLongSignalsServesTheNextStart) {
+    m_bus.start();
+    auto manager = bornAfterTermination();
+    for (int i = 0; i < 3; ++i) {
+        sendToManager(m_bus.address(), 5000);
+    }
+    m_bus.stop();
+    m_bus.start();
+    ScriptedSystemd systemd(m_bus.address());
+
+    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_EQ(systemd.takeCalls().size(), 1U);
+}
+
+TEST_F(ZelDaemonStateManagerBusTest, ItsConnectionOwnsItsNameAlsoOnABusThatWasRestarted) {
+    m_bus.start();
+    auto manager = bornAfterTermination();
+    const std::string first = ownerOf(m_bus.address(), "com.brenlow.ZELLite.StateManager");
+    EXPECT_EQ(first, uniqueName());
+    m_bus.stop();
+    m_bus.start();
+    ScriptedSystemd systemd(m_bus.address());
+
+    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+
+    EXPECT_EQ(ownerOf(m_bus.address(), "com.brenlow.ZELLite.StateManager"), uniqueName());
+}
+
+TEST_F(ZelDaemonStateManagerBusTest, WhatCameBeforeItsConnectionHadItsNameIsDroppedAtOnce) {
+    m_bus.start();
+
+    auto manager = bornAfterTermination();
+
+    DBusConnection* connection = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
+    EXPECT_EQ(dbus_connection_get_dispatch_status(connection), DBUS_DISPATCH_COMPLETE);
+    dbus_connection_unref(connection);
 }
 
 TEST_F(ZelDaemonStateManagerBusTest, ABusThatDiesWhileTheManagerIsAskedFailsTheStartAndNothingElse) {
