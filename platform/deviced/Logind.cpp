@@ -16,12 +16,16 @@
 #include <thread>
 #include <utility>
 
+#include "OwnName.h"
+
 namespace {
 
 constexpr const char* kTag = "DEVICED";
 
 constexpr std::chrono::seconds kRetryInterval{1};
 constexpr std::chrono::seconds kCallLimit{25};
+
+constexpr const char* kOwnName = "com.brenlow.ZELLite.Power";
 
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
@@ -130,12 +134,23 @@ void Logind::run() {
     }
 }
 
-// The watches come first: what logind says from now on is either in what is read from it, or a signal.
+// After the name the watches come first: what logind says from now on is either in what is read from it, or a
+// signal.
 void Logind::connect() {
     m_connection = sdbus::createSystemBusConnection();
+    takeName();
     m_ownerWatch = watch(kOwnerRule, &Logind::onNameOwnerChanged);
     m_sleepWatch = watch(kSleepRule, &Logind::onPrepareForSleep);
     setOwner(ownerOf(*m_connection, kLogind));
+}
+
+// Without the name everything works, but strangers can send to this connection.
+void Logind::takeName() {
+    try {
+        takeOwnName(*m_connection, kOwnName, kCallLimit);
+    } catch (const sdbus::Error& error) {
+        log(DLOG_ERROR, std::string("the bus refuses the name ") + kOwnName + ": " + error.what());
+    }
 }
 
 sdbus::Slot Logind::watch(const char* rule, void (Logind::*handler)(sdbus::Message&)) {

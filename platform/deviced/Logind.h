@@ -45,6 +45,7 @@ public:
 private:
     void run();
     void connect();
+    void takeName();
     void processUntilLost();
     void waitForEvents(bool more);
     sdbus::Slot watch(const char* rule, void (Logind::*handler)(sdbus::Message&));

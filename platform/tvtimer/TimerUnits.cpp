@@ -11,10 +11,13 @@
 #include <vector>
 
 #include "Log.h"
+#include "OwnName.h"
 
 namespace {
 
 constexpr std::chrono::seconds kLimit{10};
+
+constexpr const char* kOwnName = "com.brenlow.ZELLite.Timer";
 
 // Ids in a row that others may have.
 constexpr int kMostTaken = 100;
@@ -70,8 +73,18 @@ Properties serviceProperties(const std::string& date) {
 
 }  // namespace
 
+// Without the name everything works, but strangers can send to this connection.
+void TimerUnits::takeName() {
+    try {
+        takeOwnName(*m_connection, kOwnName, m_deadline.remaining());
+    } catch (const sdbus::Error& error) {
+        logError(std::string("the bus refuses the name ") + kOwnName + ": " + error.what());
+    }
+}
+
 // systemd tells how jobs end only where somebody has asked for it.
 TimerUnits::TimerUnits() : m_deadline(kLimit), m_connection(sdbus::createSystemBusConnection()) {
+    takeName();
     sdbus::createProxy(*m_connection, kBus, kBusPath)
         ->callMethod("GetNameOwner")
         .onInterface(kBus)

@@ -38,6 +38,7 @@ public:
     bool stop(int id);
 
 private:
+    void takeName();
     bool startAs(int id, const std::string& date, bool wakesMachine);
     void stopQuietly(int id);
     std::string request(int id, const std::string& date, bool wakesMachine);

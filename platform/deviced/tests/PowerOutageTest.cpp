@@ -161,6 +161,57 @@ TEST(PowerOutageTest, ABusThatComesLaterIsFound) {
     });
 }
 
+// The connections that own a name or wait for it, in order.
+std::vector<std::string> ownersOf(sdbus::IConnection& connection, const char* name) {
+    std::vector<std::string> owners;
+    sdbus::createProxy(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus")
+        ->callMethod("ListQueuedOwners")
+        .onInterface("org.freedesktop.DBus")
+        .withArguments(name)
+        .storeResultsTo(owners);
+    return owners;
+}
+
+TEST(PowerOutageTest, TheConnectionOwnsThePowersNameAlsoOnABusThatCameAgain) {
+    inFreshProcess([] {
+        PowerWorld world;
+        world.watchStandby();
+        const std::string first = world.logind().client();
+        EXPECT_THAT(ownersOf(*sdbus::createSystemBusConnection(), "com.brenlow.ZELLite.Power"),
+                    ElementsAre(first));
+        StderrPackets packets;
+        world.removeLogind();
+        ASSERT_TRUE(isLogged(packets, "logind is not there"));
+        world.bus().stop();
+        ASSERT_TRUE(isLogged(packets, "there is no bus"));
+        world.bus().start();
+
+        world.replaceLogind();
+
+        ASSERT_TRUE(world.holds(1));
+        EXPECT_THAT(ownersOf(*sdbus::createSystemBusConnection(), "com.brenlow.ZELLite.Power"),
+                    ElementsAre(world.logind().client()));
+    });
+}
+
+TEST(PowerOutageTest, ANameThatAnotherHasIsWaitedForAndSleepIsToldMeanwhile) {
+    inFreshProcess([] {
+        PrivateBus bus;
+        const auto other = sdbus::createSystemBusConnection("com.brenlow.ZELLite.Power");
+        ScriptedLogind logind;
+        std::vector<std::string> told;
+        Listener standby{"standby", &told, nullptr};
+        device_power_subscribe_standby(hear<0>, &standby);
+        ASSERT_TRUE(becomesTrue([&logind] { return logind.held() == 1; }));
+        logind.prepareForSleep(true);
+
+        EXPECT_TRUE(runUntil([&told] { return !told.empty(); }));
+
+        EXPECT_THAT(ownersOf(*other, "com.brenlow.ZELLite.Power"),
+                    ElementsAre(other->getUniqueName(), logind.client()));
+    });
+}
+
 // Something that accepts connections where the bus should, and hangs up.
 class DeadBus {
 public:

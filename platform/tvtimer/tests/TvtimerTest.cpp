@@ -459,6 +459,44 @@ TEST_F(TvtimerTest, AnEndThatCannotBeReadIsLoggedAndIgnored) {
     EXPECT_TRUE(waiter.record.waitFor("set"));
 }
 
+TEST_F(TvtimerTest, TheConnectionOfARequestOwnsTheTimersName) {
+    systemd().nextStarts({Start::kQueued});
+    Waiter waiter;
+    schedule(waiter);
+    ASSERT_TRUE(becomesTrue([this] { return started().size() == 1; }));
+    std::string owner;
+    const auto connection = sdbus::createSystemBusConnection();
+
+    sdbus::createProxy(*connection, "org.freedesktop.DBus", "/org/freedesktop/DBus")
+        ->callMethod("GetNameOwner")
+        .onInterface("org.freedesktop.DBus")
+        .withArguments("com.brenlow.ZELLite.Timer")
+        .storeResultsTo(owner);
+
+    EXPECT_EQ(owner, systemd().client());
+    systemd().endJob(systemd().lastJob(), "done");
+    EXPECT_TRUE(waiter.record.waitFor("set"));
+}
+
+TEST_F(TvtimerTest, WithTheNameTakenATimerIsSetAndTheRequestWaitsForTheName) {
+    const auto other = sdbus::createSystemBusConnection("com.brenlow.ZELLite.Timer");
+    systemd().nextStarts({Start::kQueued});
+    Waiter waiter;
+    schedule(waiter);
+    ASSERT_TRUE(becomesTrue([this] { return started().size() == 1; }));
+    std::vector<std::string> queued;
+
+    sdbus::createProxy(*other, "org.freedesktop.DBus", "/org/freedesktop/DBus")
+        ->callMethod("ListQueuedOwners")
+        .onInterface("org.freedesktop.DBus")
+        .withArguments("com.brenlow.ZELLite.Timer")
+        .storeResultsTo(queued);
+
+    EXPECT_THAT(queued, ElementsAre(other->getUniqueName(), systemd().client()));
+    systemd().endJob(systemd().lastJob(), "done");
+    EXPECT_TRUE(waiter.record.waitFor("set"));
+}
+
 // Ends a job as only systemd may; to everybody, or to one. Returns when the bus has it.
 void forgeEnd(const std::string& job, const std::string& destination) {
     const auto connection = sdbus::createSystemBusConnection();
