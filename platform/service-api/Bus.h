@@ -39,6 +39,13 @@ inline int check(int result, const char* what) {
     return result;
 }
 
+/**
+ * Connects to the system bus, `DBUS_SYSTEM_BUS_ADDRESS` or the usual socket, without waiting for its
+ * greeting. The connection takes no descriptors: the bus refuses messages with descriptors to it, so
+ * strangers can't use up those of this process. Throws std::system_error.
+ */
+Connection connect();
+
 /** An error record that frees itself. */
 class Error {
 public:
@@ -48,6 +55,9 @@ public:
     Error& operator=(const Error&) = delete;
 
     sd_bus_error* get() { return &m_error; }
+
+    /** The error's name and text; what @p result stands for where there is none. */
+    std::string text(int result) const;
 
 private:
     sd_bus_error m_error{};

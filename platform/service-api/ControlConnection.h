@@ -6,27 +6,17 @@
 #ifndef SERVICE_API_CONTROL_CONNECTION_H
 #define SERVICE_API_CONTROL_CONNECTION_H
 
-#include <systemd/sd-bus.h>
-
-#include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "Bus.h"
 #include "Deadline.h"
 
-/** A call that was not answered, was answered with an error or has an answer of another shape. */
+/** A call that was not answered, or was answered with an error. */
 class ControlError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
-
-/** Throws ControlError when @p result, a result of libsystemd, is negative. @return @p result */
-int checkBus(int result, const char* what);
-
-struct BusMessageRelease {
-    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-};
-using BusMessage = std::unique_ptr<sd_bus_message, BusMessageRelease>;
 
 /**
  * A connection to the system bus, for one thread and one exchange.
@@ -39,23 +29,20 @@ using BusMessage = std::unique_ptr<sd_bus_message, BusMessageRelease>;
  */
 class ControlConnection {
 public:
-    /** Connects. Throws ControlError when it can't. */
+    /** Connects. Throws std::system_error when it can't. */
     ControlConnection();
 
-    /** A call that is filled in and then made. Throws ControlError. */
-    BusMessage newCall(const std::string& destination, const char* path, const char* interface,
-                       const char* member);
+    /** A call that is filled in and then made. Throws std::system_error. */
+    bus::Message newCall(const std::string& destination, const char* path, const char* interface,
+                         const char* member);
 
     /** Makes a call. @return its reply. Throws ControlError when there is none in time, or it is an error */
-    BusMessage call(const BusMessage& message, const Deadline& deadline);
+    bus::Message call(const bus::Message& message, const Deadline& deadline);
 
 private:
     void requestName();
 
-    struct BusRelease {
-        void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-    };
-    std::unique_ptr<sd_bus, BusRelease> m_bus;
+    bus::Connection m_bus;
 };
 
 #endif

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <stdexcept>
@@ -33,7 +32,6 @@ constexpr std::chrono::seconds kComparisonPeriod{10};
 constexpr std::chrono::milliseconds kLookPeriod{50};
 constexpr std::chrono::seconds kStuckLimit{5};
 
-constexpr const char* kSystemBus = "unix:path=/run/dbus/system_bus_socket";
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr const char* kStatistics = "org.freedesktop.DBus.Debug.Stats";
@@ -102,19 +100,6 @@ bus::Message newCall(sd_bus* connection, const char* interface, const char* memb
     bus::check(sd_bus_message_new_method_call(connection, &call, kBus, kBusPath, interface, member),
                "a call of the bus");
     return bus::Message(call);
-}
-
-// The connection takes no descriptors: the bus refuses messages with descriptors to it then.
-bus::Connection openSystemBus() {
-    sd_bus* opened = nullptr;
-    bus::check(sd_bus_new(&opened), "sd_bus_new");
-    bus::Connection connection(opened);
-    const char* address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-    bus::check(sd_bus_set_address(opened, address == nullptr ? kSystemBus : address), "the bus's address");
-    bus::check(sd_bus_set_bus_client(opened, 1), "sd_bus_set_bus_client");
-    bus::check(sd_bus_negotiate_fds(opened, 0), "sd_bus_negotiate_fds");
-    bus::check(sd_bus_start(opened), "connecting to the bus");
-    return connection;
 }
 
 sd_bus_vtable tableStart() {
@@ -191,7 +176,7 @@ void IpcServer::connect() {
 }
 
 void IpcServer::openConnection() {
-    m_connection = openSystemBus();
+    m_connection = bus::connect();
     // The watch comes first: who leaves from now on is either missing in the list of names or reported after
     // it.
     watchOwners();

@@ -33,27 +33,27 @@ struct UnitState {
 };
 
 bool hasOwner(ControlConnection& connection, const char* name, const Deadline& deadline) {
-    const BusMessage call = connection.newCall(kBus, kBusPath, kBus, "NameHasOwner");
-    checkBus(sd_bus_message_append(call.get(), "s", name), "NameHasOwner");
-    const BusMessage reply = connection.call(call, deadline);
+    const bus::Message call = connection.newCall(kBus, kBusPath, kBus, "NameHasOwner");
+    bus::check(sd_bus_message_append(call.get(), "s", name), "NameHasOwner");
+    const bus::Message reply = connection.call(call, deadline);
     int owned = 0;
-    checkBus(sd_bus_message_read(reply.get(), "b", &owned), "NameHasOwner");
+    bus::check(sd_bus_message_read(reply.get(), "b", &owned), "NameHasOwner");
     return owned != 0;
 }
 
 std::string unitPath(ControlConnection& connection, const Deadline& deadline) {
-    const BusMessage call = connection.newCall(kSystemd, kSystemdPath, kSystemdManager, "LoadUnit");
-    checkBus(sd_bus_message_append(call.get(), "s", kUnit), "LoadUnit");
-    const BusMessage reply = connection.call(call, deadline);
+    const bus::Message call = connection.newCall(kSystemd, kSystemdPath, kSystemdManager, "LoadUnit");
+    bus::check(sd_bus_message_append(call.get(), "s", kUnit), "LoadUnit");
+    const bus::Message reply = connection.call(call, deadline);
     const char* path = nullptr;
-    checkBus(sd_bus_message_read(reply.get(), "o", &path), "LoadUnit");
+    bus::check(sd_bus_message_read(reply.get(), "o", &path), "LoadUnit");
     return path;
 }
 
-BusMessage unitProperty(ControlConnection& connection, const std::string& unit, const char* name,
-                        const Deadline& deadline) {
-    const BusMessage call = connection.newCall(kSystemd, unit.c_str(), kProperties, "Get");
-    checkBus(sd_bus_message_append(call.get(), "ss", kSystemdUnit, name), name);
+bus::Message unitProperty(ControlConnection& connection, const std::string& unit, const char* name,
+                          const Deadline& deadline) {
+    const bus::Message call = connection.newCall(kSystemd, unit.c_str(), kProperties, "Get");
+    bus::check(sd_bus_message_append(call.get(), "ss", kSystemdUnit, name), name);
     return connection.call(call, deadline);
 }
 
@@ -61,13 +61,13 @@ BusMessage unitProperty(ControlConnection& connection, const std::string& unit, 
 // other way round a unit that has just been started would look inactive and without a job.
 UnitState readUnit(ControlConnection& connection, const Deadline& deadline) {
     const std::string unit = unitPath(connection, deadline);
-    const BusMessage job = unitProperty(connection, unit, "Job", deadline);
+    const bus::Message job = unitProperty(connection, unit, "Job", deadline);
     std::uint32_t number = 0;
     const char* path = nullptr;
-    checkBus(sd_bus_message_read(job.get(), "v", "(uo)", &number, &path), "Job");
-    const BusMessage state = unitProperty(connection, unit, "ActiveState", deadline);
+    bus::check(sd_bus_message_read(job.get(), "v", "(uo)", &number, &path), "Job");
+    const bus::Message state = unitProperty(connection, unit, "ActiveState", deadline);
     const char* name = nullptr;
-    checkBus(sd_bus_message_read(state.get(), "v", "s", &name), "ActiveState");
+    bus::check(sd_bus_message_read(state.get(), "v", "s", &name), "ActiveState");
     return {number != 0, name};
 }
 
@@ -88,7 +88,7 @@ Verdict look(ControlConnection& connection, const Deadline& deadline) {
     UnitState unit;
     try {
         unit = readUnit(connection, deadline);
-    } catch (const ControlError&) {
+    } catch (const std::runtime_error&) {
         // systemd has left or is starting anew: the next look tells. A lost bus shows there, too.
         return Verdict::kComing;
     }
@@ -98,11 +98,11 @@ Verdict look(ControlConnection& connection, const Deadline& deadline) {
 }  // namespace
 
 std::string serviceOwner(ControlConnection& connection, const Deadline& deadline) {
-    const BusMessage call = connection.newCall(kBus, kBusPath, kBus, "GetNameOwner");
-    checkBus(sd_bus_message_append(call.get(), "s", kServiceName), "GetNameOwner");
-    const BusMessage reply = connection.call(call, deadline);
+    const bus::Message call = connection.newCall(kBus, kBusPath, kBus, "GetNameOwner");
+    bus::check(sd_bus_message_append(call.get(), "s", kServiceName), "GetNameOwner");
+    const bus::Message reply = connection.call(call, deadline);
     const char* owner = nullptr;
-    checkBus(sd_bus_message_read(reply.get(), "s", &owner), "GetNameOwner");
+    bus::check(sd_bus_message_read(reply.get(), "s", &owner), "GetNameOwner");
     return owner;
 }
 

@@ -20,7 +20,7 @@ constexpr int kCommunicationFailed = -1;
 std::vector<ETerminateErrorType> readReasons(sd_bus_message* reply) {
     const void* bytes = nullptr;
     std::size_t size = 0;
-    checkBus(sd_bus_message_read_array(reply, 'i', &bytes, &size), "the reasons");
+    bus::check(sd_bus_message_read_array(reply, 'i', &bytes, &size), "the reasons");
     const auto* numbers = static_cast<const std::int32_t*>(bytes);
     std::vector<ETerminateErrorType> reasons;
     for (std::size_t i = 0; i < size / sizeof *numbers; ++i) {
@@ -34,11 +34,11 @@ std::vector<ETerminateErrorType> readReasons(sd_bus_message* reply) {
 int ZelControl::Terminate(std::vector<ETerminateErrorType>& errors, TSZelData& data) {
     const auto read = [&](sd_bus_message* reply) {
         std::int32_t result = 0;
-        checkBus(sd_bus_message_read(reply, "i", &result), "the result");
+        bus::check(sd_bus_message_read(reply, "i", &result), "the result");
         std::vector<ETerminateErrorType> reasons = readReasons(reply);
         std::int32_t pid = 0;
         int needStandbyHandling = 0;
-        checkBus(sd_bus_message_read(reply, "ib", &pid, &needStandbyHandling), "the service's data");
+        bus::check(sd_bus_message_read(reply, "ib", &pid, &needStandbyHandling), "the service's data");
         errors = std::move(reasons);
         data.pid = pid;
         data.needStandbyHandling = needStandbyHandling != 0;
@@ -50,13 +50,13 @@ int ZelControl::Terminate(std::vector<ETerminateErrorType>& errors, TSZelData& d
 
 int ZelControl::Notify(ETriggerType trigger, const TSNotifyData& data) {
     const auto fill = [&](sd_bus_message* message) {
-        checkBus(sd_bus_message_append(message, "iiii", static_cast<std::int32_t>(trigger), data.source,
-                                       data.sourcePlugState, data.value),
-                 "the trigger");
+        bus::check(sd_bus_message_append(message, "iiii", static_cast<std::int32_t>(trigger), data.source,
+                                         data.sourcePlugState, data.value),
+                   "the trigger");
     };
     const auto read = [](sd_bus_message* reply) {
         std::int32_t result = 0;
-        checkBus(sd_bus_message_read(reply, "i", &result), "the result");
+        bus::check(sd_bus_message_read(reply, "i", &result), "the result");
         return result;
     };
     return call("Notify", fill, read);
@@ -69,9 +69,9 @@ int ZelControl::call(const char* method, const std::function<void(sd_bus_message
     try {
         ControlConnection connection;
         const std::string owner = serviceOwner(connection, deadline);
-        const BusMessage message = connection.newCall(owner, kServicePath, kServiceInterface, method);
+        const bus::Message message = connection.newCall(owner, kServicePath, kServiceInterface, method);
         fill(message.get());
-        const BusMessage reply = connection.call(message, deadline);
+        const bus::Message reply = connection.call(message, deadline);
         return read(reply.get());
     } catch (const std::exception& error) {
         logError(std::string(method) + ": the service gave no valid answer: " + error.what());
