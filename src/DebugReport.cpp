@@ -65,8 +65,13 @@ Json::Value ToJson(const TCSessionControl::DebugRecord& record, bool isTerminate
 
 }  // namespace
 
-TCDebugReport::TCDebugReport(const TSHead& head, std::size_t recordsSize) {
-    m_writer["indentation"] = "   ";
+TCDebugReport::TCDebugReport(const TSHead& head, TWrite write) : m_write(std::move(write)) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "   ";
+    m_writer.reset(builder.newStreamWriter());
+    Json::Value alone;
+    alone[kRecords] = Json::Value();
+    m_listAlone = FindNull(m_Render(alone));
     Json::Value root;
     root["LastTryTerminateTime"] = FormatTimeOrNothing(head.lastTryTerminateTime);
     root["LastTryTerminateResult"] = head.lastTryTerminateResult ? "SUCCESS" : "FAIL";
@@ -75,8 +80,7 @@ TCDebugReport::TCDebugReport(const TSHead& head, std::size_t recordsSize) {
     root[kRecords] = Json::Value();
     const std::string document = m_Render(root);
     const std::size_t list = FindNull(document);
-    m_document.reserve(document.size() + recordsSize);
-    m_document.assign(document, 0, list);
+    m_write(document.substr(0, list));
     m_end = document.substr(list);
 }
 
@@ -84,27 +88,26 @@ TCDebugReport::TCDebugReport(const TSHead& head, std::size_t recordsSize) {
 void TCDebugReport::Append(const TCSessionControl::DebugRecord& record, bool isTerminated,
                            const std::deque<TCSessionControl::StackTrace>& recentTraces) {
     Json::Value alone;
-    alone[kRecords] = Json::Value();
-    const std::size_t list = FindNull(m_Render(alone));
     alone[kRecords].append(ToJson(record, isTerminated, recentTraces));
-    const std::string document = m_Render(alone);
-    const std::size_t bracket = document.find('[', list);
+    std::string document = m_Render(alone);
     const std::size_t end = document.rfind('}', document.size() - 2) + 1;
-    if (m_isEmpty) {
-        m_document.append(document, list, end - list);
-        m_end = document.substr(end);
-    } else {
-        m_document += ',';
-        m_document.append(document, bracket + 1, end - bracket - 1);
+    m_end = document.substr(end);
+    document.erase(end);
+    document.erase(0, m_isEmpty ? m_listAlone : document.find('[', m_listAlone));
+    if (!m_isEmpty) {
+        document.front() = ',';
     }
+    m_write(document);
     m_isEmpty = false;
 }
 
-std::string TCDebugReport::Take() {
-    m_document += m_end;
-    return std::move(m_document);
+void TCDebugReport::Finish() {
+    m_write(m_end);
 }
 
-std::string TCDebugReport::m_Render(const Json::Value& value) const {
-    return Json::writeString(m_writer, value);
+std::string TCDebugReport::m_Render(const Json::Value& value) {
+    m_writer->write(value, &m_stream);
+    std::string text = m_stream.str();
+    m_stream.str(std::string());
+    return text;
 }

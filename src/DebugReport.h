@@ -4,8 +4,8 @@
  * The JSON document of the debug report.
  *
  * JsonCpp needs four to seven times the size of a document for its tree of values. So the document is
- * rendered record by record, and the tree of only one record exists at a time. The result is the same, byte
- * for byte, as if JsonCpp had rendered the document in one piece.
+ * rendered record by record: the tree of only one record exists at a time, and the document is given away in
+ * pieces. They are the same, byte for byte, as if JsonCpp had rendered the document in one piece.
  */
 #ifndef ZEL_LITE_DEBUG_REPORT_H
 #define ZEL_LITE_DEBUG_REPORT_H
@@ -15,11 +15,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <memory>
+#include <sstream>
 #include <string>
 
 #include "SessionControl.h"
 
-/** Builds one document. Normal flow: construct, Append for each record, Take. */
+/** Writes one document. Normal flow: construct, Append for each record, Finish. */
 class TCDebugReport {
 public:
     /** What the document says besides its records. Times are in milliseconds; 0 is shown as an empty text. */
@@ -30,8 +33,10 @@ public:
         std::int64_t tvViewerStateChangeTime;
     };
 
-    /** @param recordsSize  bytes that the records take at most; memory is reserved for them */
-    TCDebugReport(const TSHead& head, std::size_t recordsSize);
+    /** Receives the pieces of a document in their order. */
+    using TWrite = std::function<void(const std::string& piece)>;
+
+    TCDebugReport(const TSHead& head, TWrite write);
 
     /**
      * Appends a record to the list.
@@ -42,15 +47,18 @@ public:
     void Append(const TCSessionControl::DebugRecord& record, bool isTerminated,
                 const std::deque<TCSessionControl::StackTrace>& recentTraces);
 
-    /** Returns the document. To be called once, last. */
-    std::string Take();
+    /** Writes what follows the last record. */
+    void Finish();
 
 private:
-    std::string m_Render(const Json::Value& value) const;
+    std::string m_Render(const Json::Value& value);
 
-    Json::StreamWriterBuilder m_writer;
-    /** The document up to the end of the last record, and what follows that. */
-    std::string m_document;
+    TWrite m_write;
+    std::unique_ptr<Json::StreamWriter> m_writer;
+    std::ostringstream m_stream;
+    /** Where the list begins in a document that has only the list. */
+    std::size_t m_listAlone = 0;
+    /** What follows what was written so far, when no further record comes. */
     std::string m_end;
     bool m_isEmpty = true;
 };

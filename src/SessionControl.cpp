@@ -756,12 +756,19 @@ bool TCSessionControl::m_readSessions(TCMessageBuffer& content, unsigned int con
 }
 
 std::string TCSessionControl::GetDebugInfo() {
+    std::string document;
+    WriteDebugInfo([&document](const std::string& piece) { document += piece; });
+    return document;
+}
+
+void TCSessionControl::WriteDebugInfo(const std::function<void(const std::string& piece)>& write) {
+    constexpr const char* kCaller = "GetDebugInfo";
     const TSessions sessions = m_copySessions();
     const std::lock_guard<std::mutex> lock(m_debugMutex);
     TCDebugReport report(
         {m_lastTryTerminateTime, m_lastTryTerminateResult, m_tvViewerState, m_tvViewerStateChangeTime},
-        m_budget.Total());
-    ZEL_LOG_INFO("Has debug info about sessionsNum(%zu)", m_debugRecords.size());
+        write);
+    ZEL_LOG_FROM(kCaller, DLOG_INFO, "Has debug info about sessionsNum(%zu)", m_debugRecords.size());
     for (const auto& [sessionId, record] : m_debugRecords) {
         // A record without open traces whose session is still open belongs to a living application.
         const bool isTerminated = record.destructionTime != 0 && sessions.count(sessionId) == 0;
@@ -769,14 +776,14 @@ std::string TCSessionControl::GetDebugInfo() {
         const auto recent = m_recentTraces.find(sessionId);
         const std::deque<StackTrace>& recentTraces = recent == m_recentTraces.end() ? kNone : recent->second;
         if (!recentTraces.empty()) {
-            ZEL_LOG_INFO("Recent traces num(%zu)", recentTraces.size());
+            ZEL_LOG_FROM(kCaller, DLOG_INFO, "Recent traces num(%zu)", recentTraces.size());
         }
-        ZEL_LOG_INFO("Traces num(%zu)", record.traces.size());
+        ZEL_LOG_FROM(kCaller, DLOG_INFO, "Traces num(%zu)", record.traces.size());
         if (isTerminated && recentTraces.empty() && record.traces.empty()) {
-            ZEL_LOG_INFO("Ignore record");
+            ZEL_LOG_FROM(kCaller, DLOG_INFO, "Ignore record");
         } else {
             report.Append(record, isTerminated, recentTraces);
         }
     }
-    return report.Take();
+    report.Finish();
 }

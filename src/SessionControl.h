@@ -24,6 +24,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -159,6 +160,9 @@ public:
 
     /** The debug report: traces, last termination attempt and viewer state, as a JSON document. */
     std::string GetDebugInfo();
+
+    /** The same in pieces, given to @p write in their order: a large report need not exist in one piece. */
+    void WriteDebugInfo(const std::function<void(const std::string& piece)>& write);
 
 protected:
     /**

@@ -3,10 +3,13 @@
 
 namespace {
 
-// What the report writes around a text, and what the tables keep around it: the larger of the two, rounded
-// up.
-constexpr std::size_t kTraceOverhead = 256;
-constexpr std::size_t kRecordOverhead = 1024;
+// What the report writes around a text, and what the tables keep around it: the larger of the two. A record
+// counts for more, because it also costs time: the report logs each one.
+constexpr std::size_t kTraceOverhead = 176;
+constexpr std::size_t kRecordOverhead = 3072;
+
+// A quarter more for what the heap takes and what the report needs while it is rendered.
+constexpr std::size_t kWorkingShare = 4;
 
 // JSON writes a printable character of ASCII as it is, two more behind a backslash, any other byte as \uXXXX
 // at most.
@@ -43,7 +46,8 @@ bool TCTraceBudget::AdmitsSession(const std::string& sessionId, std::size_t size
 }
 
 bool TCTraceBudget::AdmitsAll(std::size_t size) const {
-    return Total() + size <= kAll;
+    const std::size_t total = Total() + size;
+    return total + total / kWorkingShare <= kAll;
 }
 
 void TCTraceBudget::Add(const std::string& sessionId, std::size_t size) {

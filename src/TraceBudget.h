@@ -24,8 +24,9 @@
  */
 class TCTraceBudget {
 public:
-    /** What all sessions may hold, in bytes. The report is of the same size and exists beside it while it is
-     * sent. */
+    /** What all sessions may take, in bytes: what they hold and a quarter more of working memory. The report
+     * is as large as what they hold and exists beside it while it is sent, so the daemon grows by 32 MiB at
+     * most. */
     static constexpr std::size_t kAll = std::size_t{16} * 1024 * 1024;
     /** What one session may hold, in bytes: as much as one request of the IPC library. */
     static constexpr std::size_t kOneSession = std::size_t{1024} * 1024;

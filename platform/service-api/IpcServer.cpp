@@ -102,6 +102,17 @@ bus::Message newCall(sd_bus* connection, const char* interface, const char* memb
     return bus::Message(call);
 }
 
+// Moves the content piece by piece, the last first, so that a large reply never exists twice.
+void moveContent(TCMessageBuffer& content, char* destination) {
+    constexpr unsigned int kPiece = 1024U * 1024U;
+    while (content.GetContentSize() > 0) {
+        const unsigned int size = std::min(content.GetContentSize(), kPiece);
+        const unsigned int begin = content.GetContentSize() - size;
+        content.ReadConcatenated(size, destination + begin, begin);
+        content.Resize(begin);
+    }
+}
+
 sd_bus_vtable tableStart() {
     sd_bus_vtable row{};
     row.type = _SD_BUS_VTABLE_START;
@@ -532,8 +543,9 @@ bus::Message IpcServer::replyTo(Outcome& outcome) {
     }
     bus::check(sd_bus_message_new_method_return(outcome.call.message.get(), &made), "making a reply");
     bus::Message reply(made);
-    bus::check(sd_bus_message_append_array(made, 'y', outcome.reply.GetAsVoidFromOffset(0), outcome.size()),
-               "writing a reply");
+    void* space = nullptr;
+    bus::check(sd_bus_message_append_array_space(made, 'y', outcome.size(), &space), "writing a reply");
+    moveContent(outcome.reply, static_cast<char*>(space));
     return reply;
 }
 

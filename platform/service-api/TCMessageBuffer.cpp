@@ -3,7 +3,10 @@
 
 #include <climits>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
+#include <new>
+#include <utility>
 
 namespace {
 
@@ -11,6 +14,39 @@ namespace {
 constexpr std::size_t kMaxContent = INT_MAX;
 
 }  // namespace
+
+TCMessageBuffer::Content::Content(const Content& other) {
+    resize(other.m_size);
+    if (m_size > 0) {
+        std::memcpy(m_data, other.m_data, m_size);
+    }
+}
+
+TCMessageBuffer::Content::Content(Content&& other) noexcept
+    : m_data(std::exchange(other.m_data, nullptr)), m_size(std::exchange(other.m_size, 0)) {}
+
+TCMessageBuffer::Content& TCMessageBuffer::Content::operator=(Content other) noexcept {
+    std::swap(m_data, other.m_data);
+    std::swap(m_size, other.m_size);
+    return *this;
+}
+
+TCMessageBuffer::Content::~Content() {
+    std::free(m_data);
+}
+
+void TCMessageBuffer::Content::resize(std::size_t size) {
+    // One byte at least, since realloc may free for none.
+    auto* const data = static_cast<unsigned char*>(std::realloc(m_data, size == 0 ? 1 : size));
+    if (data == nullptr) {
+        throw std::bad_alloc();
+    }
+    m_data = data;
+    if (size > m_size) {
+        std::memset(m_data + m_size, 0, size - m_size);
+    }
+    m_size = size;
+}
 
 void TCMessageBuffer::PushInt(int value) {
     WriteConcatenated(sizeof value, &value, -1);

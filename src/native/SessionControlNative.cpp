@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <utility>
 
 #include "Diagnostics.h"
@@ -21,6 +22,8 @@ constexpr unsigned int kTraceIdOffset = 0;
 constexpr unsigned int kLengthOffset = 8;
 constexpr unsigned int kTextOffset = 12;
 constexpr int kNoText = -1;
+// Where the reply to the question for the report has the report's length.
+constexpr unsigned int kReportLengthOffset = 4;
 // No request is longer, so a text can't be either.
 constexpr int kMaxText = 1024 * 1024;
 
@@ -109,11 +112,18 @@ bool SessionControlNative::m_Close(int /*method*/, TCMessageBuffer& request, TCM
 
 bool SessionControlNative::m_GetSessionsDebugInfo(int /*method*/, TCMessageBuffer& /*request*/,
                                                   TCMessageBuffer& reply) {
-    std::string text = m_sessionControl.GetDebugInfo();
-    const auto size = static_cast<int>(text.size());
     reply.PushInt(kStatusOk);
-    reply.PushInt(size);
-    reply.WriteConcatenated(text.size(), text.data(), -1);
+    // Stands for the length, which is known at the end only.
+    reply.PushInt(0);
+    int size = 0;
+    m_sessionControl.WriteDebugInfo([&reply, &size](std::string piece) {
+        size += static_cast<int>(piece.size());
+        reply.WriteConcatenated(piece.size(), piece.data(), -1);
+    });
+    // The buffer has its own encoding of integers, so another buffer makes it.
+    TCMessageBuffer length;
+    length.PushInt(size);
+    std::memcpy(reply.GetAsVoidFromOffset(kReportLengthOffset), length.GetAsVoidFromOffset(0), sizeof size);
     ZEL_LOG_ERROR("Get Sessions Debug Info, jsonSize(%d)", size);
     return true;
 }

@@ -11,8 +11,8 @@
 #ifndef TC_MESSAGE_BUFFER_H
 #define TC_MESSAGE_BUFFER_H
 
+#include <cstddef>
 #include <string>
-#include <vector>
 
 class TCMessageBuffer {
 public:
@@ -65,9 +65,29 @@ public:
     std::string m_senderName;
 
 private:
+    /** Bytes that grow and shrink by realloc: large content moves without being copied, so it never exists
+     * twice. */
+    class Content {
+    public:
+        Content() = default;
+        Content(const Content& other);
+        Content(Content&& other) noexcept;
+        Content& operator=(Content other) noexcept;
+        ~Content();
+
+        unsigned char* data() const { return m_data; }
+        std::size_t size() const { return m_size; }
+        /** Bytes that are new are zero. Throws std::bad_alloc. */
+        void resize(std::size_t size);
+
+    private:
+        unsigned char* m_data = nullptr;
+        std::size_t m_size = 0;
+    };
+
     bool Holds(unsigned long length, unsigned int offset) const;
 
-    std::vector<unsigned char> m_content;
+    Content m_content;
 };
 
 #endif
