@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What zelctl can do: a table of verbs, each with its options.
 #include <fcntl.h>
+#include <sys/random.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -26,7 +28,8 @@ struct Choice {
     bool withSession = false;
     int timeout = static_cast<int>(zelctl::kQuestionLimit.count());
     int openTimeout = static_cast<int>(zelctl::kOpenLimit.count());
-    std::int64_t traceId = getpid();
+    // Below 0 for one that is drawn.
+    std::int64_t traceId = -1;
     Language language = Language::Cpp;
     std::string html;
     std::string text;
@@ -103,8 +106,19 @@ void declareOpen(CLI::App& verb, Choice& choice) {
     choice.action = [&choice] { return zelctl::open(choice.keep, choice.openLimit()); };
 }
 
+// Any user may take the name of a socket that stands for a trace, so a number that can be guessed, such as
+// the process id, may be taken before this program comes to it.
+std::int64_t drawTraceId() {
+    std::uint64_t drawn = 0;
+    if (getrandom(&drawn, sizeof drawn, 0) != static_cast<ssize_t>(sizeof drawn)) {
+        throw zelctl::Trouble(zelctl::kFailed, "a number for the trace", "the kernel gave no random one",
+                              "--id");
+    }
+    return static_cast<std::int64_t>(drawn >> 1U);
+}
+
 void declareTraceOpen(CLI::App& verb, Choice& choice) {
-    verb.add_option("--id", choice.traceId, "The number of the trace [the process id]")
+    verb.add_option("--id", choice.traceId, "The number of the trace [one that nobody can guess]")
         ->check(CLI::NonNegativeNumber);
     verb.add_option("--language", choice.language, "The language of the program that it is about [C++]")
         ->type_name("C++|C#")
@@ -112,7 +126,8 @@ void declareTraceOpen(CLI::App& verb, Choice& choice) {
     addTimeout(verb, choice.timeout);
     verb.add_option("TEXT", choice.text, "Why the service is needed")->required();
     choice.action = [&choice] {
-        return zelctl::openTrace(choice.traceId, choice.text, choice.language, choice.limit());
+        return zelctl::openTrace(choice.traceId < 0 ? drawTraceId() : choice.traceId, choice.text,
+                                 choice.language, choice.limit());
     };
 }
 

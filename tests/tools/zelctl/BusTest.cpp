@@ -11,9 +11,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <future>
@@ -21,6 +23,7 @@
 #include <memory>
 #include <mutex>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -37,6 +40,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::SizeIs;
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -405,6 +409,29 @@ TEST_F(ZelctlBusTest, NoSessionIsHeldWithoutAPlaceToSaySo) {
     EXPECT_EQ(Program({"open"}, Program::kClosed).wait(), 1);
     EXPECT_THAT(Program::errors(), HasSubstr("zelctl: standard output: Bad file descriptor; try: "));
     EXPECT_THAT(m_daemon.called(), ElementsAre(0, 1, 0, 1));
+}
+
+// Any user could take numbers that can be guessed, such as process ids.
+TEST_F(ZelctlBusTest, ATraceWithoutANumberGetsOneThatCannotBeGuessed) {
+    m_daemon.answer(3, ints({0}));
+    m_daemon.answer(4, ints({0}));
+    m_daemon.answer(2, reportOf(kNoTraces));
+    std::set<std::int64_t> numbers;
+
+    for (int i = 0; i < 16; ++i) {
+        EXPECT_EQ(run({"trace", "open", "why"}), 1);
+        std::int64_t number = -1;
+        EXPECT_EQ(std::sscanf(Program::errors().c_str(),
+                              "zelctl: trace %" SCNd64 ": the daemon did not keep it", &number),
+                  1)
+            << Program::errors();
+        numbers.insert(number);
+    }
+
+    EXPECT_THAT(numbers, SizeIs(16));
+    // All is above what a 32-bit draw gives, and the most of them is near what 63 bits hold.
+    EXPECT_GT(*numbers.begin(), std::int64_t{1} << 32);
+    EXPECT_GT(*numbers.rbegin(), std::int64_t{1} << 60);
 }
 
 // Not with something of zelctl's own there.
