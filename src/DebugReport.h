@@ -33,8 +33,8 @@ public:
         std::int64_t tvViewerStateChangeTime;
     };
 
-    /** Receives the pieces of a document in their order. */
-    using TWrite = std::function<void(const std::string& piece)>;
+    /** Receives the pieces of a document in their order, and may change them. */
+    using TWrite = std::function<void(std::string& piece)>;
 
     TCDebugReport(const TSHead& head, TWrite write);
 
@@ -56,6 +56,8 @@ private:
     TWrite m_write;
     std::unique_ptr<Json::StreamWriter> m_writer;
     std::ostringstream m_stream;
+    /** Keeps its memory from one trace to the next. */
+    std::string m_piece;
     /** Where the list begins in a document that has only the list. */
     std::size_t m_listAlone = 0;
     /** What follows what was written so far, when no further record comes. */

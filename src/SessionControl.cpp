@@ -761,7 +761,7 @@ std::string TCSessionControl::GetDebugInfo() {
     return document;
 }
 
-void TCSessionControl::WriteDebugInfo(const std::function<void(const std::string& piece)>& write) {
+void TCSessionControl::WriteDebugInfo(const std::function<void(std::string& piece)>& write) {
     constexpr const char* kCaller = "GetDebugInfo";
     const TSessions sessions = m_copySessions();
     const std::lock_guard<std::mutex> lock(m_debugMutex);

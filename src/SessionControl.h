@@ -161,8 +161,9 @@ public:
     /** The debug report: traces, last termination attempt and viewer state, as a JSON document. */
     std::string GetDebugInfo();
 
-    /** The same in pieces, given to @p write in their order: a large report need not exist in one piece. */
-    void WriteDebugInfo(const std::function<void(const std::string& piece)>& write);
+    /** The same in pieces, given in their order to @p write, which may change them: a large report need not
+     * exist in one piece. */
+    void WriteDebugInfo(const std::function<void(std::string& piece)>& write);
 
 protected:
     /**

@@ -42,9 +42,6 @@ void TCMessageBuffer::Content::resize(std::size_t size) {
         throw std::bad_alloc();
     }
     m_data = data;
-    if (size > m_size) {
-        std::memset(m_data + m_size, 0, size - m_size);
-    }
     m_size = size;
 }
 
@@ -91,7 +88,11 @@ bool TCMessageBuffer::ReadConcatenated(unsigned long length, void* out, unsigned
 }
 
 void TCMessageBuffer::Resize(unsigned int size) {
+    const std::size_t before = m_content.size();
     m_content.resize(size);
+    if (size > before) {
+        std::memset(m_content.data() + before, 0, size - before);
+    }
 }
 
 unsigned int TCMessageBuffer::GetContentSize() const {

@@ -116,7 +116,7 @@ bool SessionControlNative::m_GetSessionsDebugInfo(int /*method*/, TCMessageBuffe
     // Stands for the length, which is known at the end only.
     reply.PushInt(0);
     int size = 0;
-    m_sessionControl.WriteDebugInfo([&reply, &size](std::string piece) {
+    m_sessionControl.WriteDebugInfo([&reply, &size](std::string& piece) {
         size += static_cast<int>(piece.size());
         reply.WriteConcatenated(piece.size(), piece.data(), -1);
     });

@@ -74,10 +74,12 @@ bool TCSessionControl::TryTerminateZelWithAppLaunch(bool alwaysLaunchApp) {
     return true;
 }
 
-void TCSessionControl::WriteDebugInfo(const std::function<void(const std::string& piece)>& write) {
+void TCSessionControl::WriteDebugInfo(const std::function<void(std::string& piece)>& write) {
     const std::string& document = fakes::FakeSessionControl::debugInfo;
-    write(document.substr(0, document.size() / 2));
-    write(document.substr(document.size() / 2));
+    std::string first = document.substr(0, document.size() / 2);
+    std::string second = document.substr(document.size() / 2);
+    write(first);
+    write(second);
 }
 
 std::string TCSessionControl::GetDebugInfo() {

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The debug report, byte for byte against documents written by hand.
 #include <gmock/gmock.h>
+#include <json/json.h>
 
 #include <atomic>
 #include <future>
+#include <sstream>
+#include <vector>
 
 #include "fakes/FakeDlog.h"
 #include "fakes/FakeStateManager.h"
@@ -273,6 +276,35 @@ TEST_F(DebugReportTest, TextBeyondAsciiIsEscaped) {
 
 TEST_F(DebugReportTest, InvalidUtfEightIsReplacedAndBreaksNothing) {
     EXPECT_EQ(reportedText("a\xff"), "\"a\\ufffd\"");
+}
+
+TEST_F(DebugReportTest, EveryTextIsQuotedAsJsonCppDoes) {
+    std::vector<std::string> texts{"", std::string(1, '\0'), "caf\xc3\xa9 \"x\"", "\xf0\x9f\x93\xba",
+                                   "\xe2\x82z\"\\"};
+    for (int byte = 0; byte < 256; ++byte) {
+        texts.push_back(std::string("a") + static_cast<char>(byte) + "\"b" + static_cast<char>(byte));
+    }
+    for (const std::string& text : texts) {
+        start();
+
+        EXPECT_EQ(reportedText(text), Json::writeString(Json::StreamWriterBuilder(), Json::Value(text)));
+    }
+}
+
+TEST_F(DebugReportTest, ATextThatLooksLikeThePlaceOfATextIsATextAllTheSame) {
+    const std::string text = "\"StackTrace\" : \"\"";
+    m_control->OpenDebugTrace(":1.1", 1, text, "/usr/bin/" + text, text, text, ESessionControl_ProgLang_Cpp);
+    m_control->OpenDebugTrace(":1.1", 2, "the second", "", "", "", ESessionControl_ProgLang_Cpp);
+
+    const std::string document = report();
+
+    Json::Value root;
+    std::istringstream(document) >> root;
+    const Json::Value& record = root["zel-lite"][0];
+    EXPECT_EQ(record["PID"], text);
+    EXPECT_EQ(record["ProcessName"], "/usr/bin/" + text);
+    EXPECT_EQ(record["StackTraces"][0]["StackTrace"], text);
+    EXPECT_EQ(record["StackTraces"][1]["StackTrace"], "the second");
 }
 
 TEST_F(DebugReportTest, OpeningASessionDoesNotWaitForALargeReport) {

@@ -77,7 +77,7 @@ private:
 
         unsigned char* data() const { return m_data; }
         std::size_t size() const { return m_size; }
-        /** Bytes that are new are zero. Throws std::bad_alloc. */
+        /** Bytes that are new have any value. Throws std::bad_alloc. */
         void resize(std::size_t size);
 
     private:
