@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 
 #include "Diagnostics.h"
@@ -34,7 +35,9 @@ constexpr const char* kServiceUnit = "zel_deamon.service";
 // of any user pile up on the connection, which the daemon reads only when it starts the service.
 constexpr const char* kConnectionName = "com.brenlow.ZELLite.StateManager";
 // A former instance of the daemon may not have left the bus yet: the new one waits for the name.
-constexpr unsigned int kWaitInLine = 0;
+constexpr dbus_uint32_t kWaitInLine = 0;
+constexpr std::chrono::seconds kNameLimit{25};
+constexpr int kNamePoll = 1'000;
 
 // libdbus reads 2 KiB at once, and a bus keeps 128 MiB for a connection at most.
 constexpr int kMostReads = 65'536;
@@ -240,6 +243,52 @@ private:
     DBusError m_error{};
 };
 
+struct TSMessageRelease {
+    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
+};
+using TCDbusMessage = std::unique_ptr<DBusMessage, TSMessageRelease>;
+
+struct TSPendingCallRelease {
+    void operator()(DBusPendingCall* call) const { dbus_pending_call_unref(call); }
+};
+using TCDbusPendingCall = std::unique_ptr<DBusPendingCall, TSPendingCallRelease>;
+
+// Asks the bus for the name, and drops everything else that arrives until it has answered. libdbus's own
+// request would keep all that for later, and stops reading at 1,024 descriptors: strangers, who can send
+// until the name is given, could hold it up for the 25 seconds that an answer may take.
+TCDbusMessage RequestName(DBusConnection* connection) {
+    const TCDbusMessage request(
+        dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "RequestName"));
+    DBusPendingCall* sent = nullptr;
+    if (!request ||
+        dbus_message_append_args(request.get(), DBUS_TYPE_STRING, &kConnectionName, DBUS_TYPE_UINT32,
+                                 &kWaitInLine, DBUS_TYPE_INVALID) == 0 ||
+        dbus_connection_send_with_reply(connection, request.get(), &sent, DBUS_TIMEOUT_USE_DEFAULT) == 0) {
+        return nullptr;
+    }
+    const TCDbusPendingCall call(sent);
+    const auto end = std::chrono::steady_clock::now() + kNameLimit;
+    while (call && dbus_pending_call_get_completed(call.get()) == 0 &&
+           std::chrono::steady_clock::now() < end &&
+           dbus_connection_read_write_dispatch(connection, kNamePoll) != 0) {
+    }
+    if (!call || dbus_pending_call_get_completed(call.get()) == 0) {
+        return nullptr;
+    }
+    return TCDbusMessage(dbus_pending_call_steal_reply(call.get()));
+}
+
+// Without the name everything works, so a failure is logged and nothing more.
+void TakeConnectionName(DBusConnection* connection) {
+    const TCDbusMessage reply = RequestName(connection);
+    TCDbusError error;
+    if (!reply) {
+        ZEL_LOG_FROM("m_InitDbusConnection", DLOG_ERROR, "Dbus Name Error errMsg(%s)", "no answer");
+    } else if (dbus_set_error_from_message(error.Get(), reply.get()) != 0) {
+        ZEL_LOG_FROM("m_InitDbusConnection", DLOG_ERROR, "Dbus Name Error errMsg(%s)", error.Message());
+    }
+}
+
 // Whether a read would find something: bytes, or the end of the connection.
 bool IsReadable(DBusConnection* connection) {
     pollfd polled{-1, POLLIN, 0};
@@ -271,11 +320,9 @@ bool TCZelDaemonStateManager::m_InitDbusConnection() {
         ZEL_LOG_ERROR("Dbus Register Error ret(%d)", static_cast<int>(registered));
         return false;
     }
-    if (dbus_bus_request_name(connection.get(), kConnectionName, kWaitInLine, error.Get()) < 0) {
-        ZEL_LOG_ERROR("Dbus Name Error errMsg(%s)", error.Message());
-    }
+    TakeConnectionName(connection.get());
     m_connection = std::move(connection);
-    // Drops what strangers have sent between the registration and the name.
+    // Drops what came before the name.
     m_DrainDbusConnection();
     return true;
 }
@@ -297,16 +344,6 @@ bool TCZelDaemonStateManager::m_DrainDbusConnection() {
 }
 
 namespace {
-
-struct TSMessageRelease {
-    void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using TCDbusMessage = std::unique_ptr<DBusMessage, TSMessageRelease>;
-
-struct TSPendingCallRelease {
-    void operator()(DBusPendingCall* call) const { dbus_pending_call_unref(call); }
-};
-using TCDbusPendingCall = std::unique_ptr<DBusPendingCall, TSPendingCallRelease>;
 
 // The steps of a start log in the start's name.
 constexpr const char* kStart = "m_StartZelDaemonService";

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,10 @@ enum class Fault {
     RegisterGivesAnErrorAndSuccess,
     RegisterGivesNothing,
     NameRefused,
-    NameOfAnother,
+    NameNotSent,
+    NameWithoutPendingCall,
+    NameWithoutReply,
+    NameNeverAnswered,
     NoMessage,
     NoFirstArgument,
     NoSecondArgument,
@@ -117,23 +121,6 @@ extern "C" dbus_bool_t __wrap_dbus_bus_register(DBusConnection* connection, DBus
     return has(Fault::RegisterGivesNothing) ? 0 : __real_dbus_bus_register(connection, error);
 }
 
-extern "C" int __real_dbus_bus_request_name(DBusConnection* connection, const char* name, unsigned int flags,
-                                            DBusError* error);
-extern "C" int __wrap_dbus_bus_request_name(DBusConnection* connection, const char* name, unsigned int flags,
-                                            DBusError* error);
-extern "C" int __wrap_dbus_bus_request_name(DBusConnection* connection, const char* name, unsigned int flags,
-                                            DBusError* error) {
-    if (isWatched) {
-        record("dbus_bus_request_name " + std::string(name) + " " + std::to_string(flags));
-    }
-    if (has(Fault::NameRefused)) {
-        setError(error, "not for you");
-        return -1;
-    }
-    return has(Fault::NameOfAnother) ? DBUS_REQUEST_NAME_REPLY_IN_QUEUE
-                                     : __real_dbus_bus_request_name(connection, name, flags, error);
-}
-
 extern "C" DBusMessage* __real_dbus_message_new_method_call(const char* destination, const char* path,
                                                             const char* interface, const char* method);
 extern "C" DBusMessage* __wrap_dbus_message_new_method_call(const char* destination, const char* path,
@@ -168,9 +155,55 @@ extern "C" dbus_bool_t __real_dbus_connection_send_with_reply(DBusConnection* co
 extern "C" dbus_bool_t __wrap_dbus_connection_send_with_reply(DBusConnection* connection,
                                                               DBusMessage* message, DBusPendingCall** call,
                                                               int timeout);
+
+namespace {
+
+/** What is sent instead of a request for a name, in order to have it fail; null for nothing else. */
+DBusMessage* falseRequest() {
+    DBusMessage* instead = nullptr;
+    if (has(Fault::NameRefused)) {
+        const char* uniqueName = ":1.1";
+        const dbus_uint32_t flags = 0;
+        instead = dbus_message_new_method_call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                               "org.freedesktop.DBus", "RequestName");
+        dbus_message_append_args(instead, DBUS_TYPE_STRING, &uniqueName, DBUS_TYPE_UINT32, &flags,
+                                 DBUS_TYPE_INVALID);
+    } else if (has(Fault::NameNeverAnswered)) {
+        instead =
+            dbus_message_new_method_call("org.freedesktop.systemd1", "/", "org.example", "NeverAnswered");
+    }
+    return instead;
+}
+
+dbus_bool_t sendRequestForName(DBusConnection* connection, DBusMessage* message, DBusPendingCall** call,
+                               int timeout) {
+    const char* name = "?";
+    dbus_uint32_t flags = 0;
+    dbus_message_get_args(message, nullptr, DBUS_TYPE_STRING, &name, DBUS_TYPE_UINT32, &flags,
+                          DBUS_TYPE_INVALID);
+    record("RequestName " + std::string(name) + " " + std::to_string(flags));
+    if (has(Fault::NameNotSent) || has(Fault::NameWithoutPendingCall)) {
+        *call = nullptr;
+        return has(Fault::NameWithoutPendingCall) ? 1 : 0;
+    }
+    count(libdbus.calls, 1);
+    DBusMessage* instead = falseRequest();
+    const dbus_bool_t sent = __real_dbus_connection_send_with_reply(
+        connection, instead == nullptr ? message : instead, call, timeout);
+    if (instead != nullptr) {
+        dbus_message_unref(instead);
+    }
+    return sent;
+}
+
+}  // namespace
+
 extern "C" dbus_bool_t __wrap_dbus_connection_send_with_reply(DBusConnection* connection,
                                                               DBusMessage* message, DBusPendingCall** call,
                                                               int timeout) {
+    if (dbus_message_has_member(message, "RequestName") != 0) {
+        return sendRequestForName(connection, message, call, timeout);
+    }
     record("send");
     if (has(Fault::NotSent) || has(Fault::NoPendingCall)) {
         *call = nullptr;
@@ -190,7 +223,7 @@ extern "C" void __wrap_dbus_pending_call_block(DBusPendingCall* call) {
 extern "C" DBusMessage* __real_dbus_pending_call_steal_reply(DBusPendingCall* call);
 extern "C" DBusMessage* __wrap_dbus_pending_call_steal_reply(DBusPendingCall* call);
 extern "C" DBusMessage* __wrap_dbus_pending_call_steal_reply(DBusPendingCall* call) {
-    if (has(Fault::NoReply)) {
+    if (has(Fault::NoReply) || has(Fault::NameWithoutReply)) {
         return nullptr;
     }
     count(libdbus.messages, 1);
@@ -201,6 +234,14 @@ extern "C" dbus_bool_t __real_dbus_connection_get_is_connected(DBusConnection* c
 extern "C" dbus_bool_t __wrap_dbus_connection_get_is_connected(DBusConnection* connection);
 extern "C" dbus_bool_t __wrap_dbus_connection_get_is_connected(DBusConnection* connection) {
     return has(Fault::ConnectionLost) ? 0 : __real_dbus_connection_get_is_connected(connection);
+}
+
+// Stands before the clock: each look is a minute later while an answer does not come.
+std::chrono::steady_clock::time_point realNow() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point laterNow() asm("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point laterNow() {
+    static int minutes = 0;
+    return realNow() + std::chrono::minutes(has(Fault::NameNeverAnswered) ? ++minutes : minutes);
 }
 
 extern "C" int __real_poll(pollfd* polled, nfds_t count, int timeout);
@@ -230,6 +271,14 @@ extern "C" void __wrap_dbus_pending_call_unref(DBusPendingCall* call) {
     __real_dbus_pending_call_unref(call);
 }
 
+extern "C" dbus_bool_t __real_dbus_set_error_from_message(DBusError* error, DBusMessage* message);
+extern "C" dbus_bool_t __wrap_dbus_set_error_from_message(DBusError* error, DBusMessage* message);
+extern "C" dbus_bool_t __wrap_dbus_set_error_from_message(DBusError* error, DBusMessage* message) {
+    const dbus_bool_t isSet = __real_dbus_set_error_from_message(error, message);
+    count(libdbus.errors, isSet != 0 ? 1 : 0);
+    return isSet;
+}
+
 extern "C" void __real_dbus_error_free(DBusError* error);
 extern "C" void __wrap_dbus_error_free(DBusError* error);
 extern "C" void __wrap_dbus_error_free(DBusError* error) {
@@ -244,7 +293,7 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, AManagerMarksItsBirthThenRegistersOnTh
 
     EXPECT_THAT(actions(),
                 ElementsAre("IsDebug", "log TCZelDaemonStateManager: First boot up", "dbus_bus_get 1, marked",
-                            "dbus_bus_register", "dbus_bus_request_name com.brenlow.ZELLite.StateManager 0"));
+                            "dbus_bus_register", "RequestName com.brenlow.ZELLite.StateManager 0"));
 }
 
 TEST_F(ZelDaemonStateManagerBusFaultTest, ARestartedManagerLooksForTheServiceThenRegistersOnTheSystemBus) {
@@ -256,7 +305,7 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, ARestartedManagerLooksForTheServiceThe
 
     EXPECT_THAT(actions(), ElementsAre("IsDebug", "log TCZelDaemonStateManager: ZEL was running before",
                                        "dbus_bus_get 1, marked", "dbus_bus_register",
-                                       "dbus_bus_request_name com.brenlow.ZELLite.StateManager 0"));
+                                       "RequestName com.brenlow.ZELLite.StateManager 0"));
 }
 
 TEST_F(ZelDaemonStateManagerBusFaultTest, EachFailureToConnectHasItsLineAndFailsTheStart) {
@@ -297,29 +346,38 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, EachFailureToConnectHasItsLineAndFails
 }
 
 TEST_F(ZelDaemonStateManagerBusFaultTest, WithoutTheNameTheManagerSaysSoOnceAndStartsTheService) {
-    libdbus.fault = Fault::NameRefused;
+    struct Row {
+        Fault fault;
+        const char* reason;
+    };
+    const std::vector<Row> rows{
+        {Fault::NameRefused, "Cannot acquire a service starting with ':' such as \":1.1\""},
+        {Fault::NameNotSent, "no answer"},
+        {Fault::NameWithoutPendingCall, "no answer"},
+        {Fault::NameWithoutReply, "no answer"},
+        {Fault::NameNeverAnswered, "no answer"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(static_cast<int>(row.fault));
+        forget();
+        systemd->answerWith(ScriptedSystemd::Answer::Never);
+        libdbus.fault = row.fault;
 
-    auto manager = bornAfterTermination();
+        auto manager = bornAfterTermination();
 
-    EXPECT_THAT(FakeDlog::messages(kError), ElementsAre("Dbus Name Error errMsg(not for you)"));
-    EXPECT_EQ(FakeDlog::lines().back().function(), "m_InitDbusConnection");
-    EXPECT_THAT(held(), ElementsAre(1, 0, 0, 0));
-    forget();
+        libdbus.fault = Fault::None;
+        systemd->answerWith(ScriptedSystemd::Answer::JobPath);
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    ElementsAre(std::string("Dbus Name Error errMsg(") + row.reason + ")"));
+        EXPECT_EQ(FakeDlog::lines().back().function(), "m_InitDbusConnection");
+        EXPECT_THAT(held(), ElementsAre(1, 0, 0, 0));
+        forget();
 
-    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+        EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
 
-    EXPECT_THAT(FakeDlog::messages(kError),
-                testing::Not(testing::Contains(testing::StartsWith("Dbus Name"))));
-    EXPECT_EQ(systemd->takeCalls().size(), 1U);
-}
-
-TEST_F(ZelDaemonStateManagerBusFaultTest, ANameThatAFormerInstanceStillHasIsWaitedForSilently) {
-    libdbus.fault = Fault::NameOfAnother;
-
-    auto manager = bornAfterTermination();
-
-    EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
-    EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
+        EXPECT_THAT(FakeDlog::messages(kError),
+                    testing::Not(testing::Contains(testing::StartsWith("Dbus Name"))));
+    }
 }
 
 TEST_F(ZelDaemonStateManagerBusFaultTest, AConnectionThatAlwaysHasMoreToReadDoesNotHoldUpAStart) {
@@ -453,6 +511,6 @@ TEST_F(ZelDaemonStateManagerBusFaultTest, TheOldProcessIsAwaitedBeforeTheBusIsCo
 
     EXPECT_THAT(actions(),
                 ElementsAre("kill 4711 0", "usleep 100000", "kill 4711 0", "dbus_bus_get 1, marked",
-                            "dbus_bus_register", "dbus_bus_request_name com.brenlow.ZELLite.StateManager 0",
-                            "send", "wait", "CreateZelControl", "Notify 1 0 0 0"));
+                            "dbus_bus_register", "RequestName com.brenlow.ZELLite.StateManager 0", "send",
+                            "wait", "CreateZelControl", "Notify 1 0 0 0"));
 }

@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 #include "fakes/FakeDlog.h"
@@ -25,10 +26,14 @@ constexpr int kError = 6;
 
 int lastTimeout = 0;
 
+// Runs when the manager asks for its name, before the bus hears of it.
+std::function<void(DBusConnection*)> beforeTheName;
+
 class ZelDaemonStateManagerBusTest : public StateManagerWorld {
 protected:
     ZelDaemonStateManagerBusTest() : m_bus(false) {
         lastTimeout = 0;
+        beforeTheName = nullptr;
         dropConnection();
     }
 
@@ -48,6 +53,9 @@ extern "C" dbus_bool_t __wrap_dbus_connection_send_with_reply(DBusConnection* co
                                                               DBusMessage* message, DBusPendingCall** call,
                                                               int timeout) {
     constexpr int kShort = 300;
+    if (beforeTheName && dbus_message_has_member(message, "RequestName") != 0) {
+        beforeTheName(connection);
+    }
     lastTimeout = timeout;
     return __real_dbus_connection_send_with_reply(connection, message, call, kShort);
 }
@@ -219,6 +227,38 @@ TEST_F(ZelDaemonStateManagerBusTest, ItsConnectionOwnsItsNameAlsoOnABusThatWasRe
 
     EXPECT_TRUE(manager->Notify(kStart, TSNotifyData()));
 
+    EXPECT_EQ(ownerOf(m_bus.address(), "com.brenlow.ZELLite.StateManager"), uniqueName());
+}
+
+TEST_F(ZelDaemonStateManagerBusTest, ANameThatAFormerInstanceStillHasIsWaitedForSilently) {
+    m_bus.start();
+    DBusConnection* former = dbus_connection_open_private(m_bus.address().c_str(), nullptr);
+    dbus_bus_register(former, nullptr);
+    dbus_bus_request_name(former, "com.brenlow.ZELLite.StateManager", 0, nullptr);
+
+    auto manager = bornAfterTermination();
+
+    EXPECT_THAT(FakeDlog::messages(kError), testing::IsEmpty());
+    dbus_connection_close(former);
+    dbus_connection_unref(former);
+    EXPECT_TRUE(becomesTrue(
+        [this] { return ownerOf(m_bus.address(), "com.brenlow.ZELLite.StateManager") == uniqueName(); }));
+}
+
+// libdbus stops reading when it keeps as much as it may, so an answer behind that arrives when it is dropped.
+TEST_F(ZelDaemonStateManagerBusTest, AsMuchAsTheConnectionHoldsDoesNotKeepItFromItsName) {
+    m_bus.start();
+    beforeTheName = [this](DBusConnection* connection) {
+        dbus_connection_set_max_received_size(connection, 1000);
+        sendToManager(m_bus.address(), 5000);
+        for (int i = 0; i < 3; ++i) {
+            dbus_connection_read_write(connection, 0);
+        }
+    };
+
+    auto manager = bornAfterTermination();
+
+    EXPECT_THAT(FakeDlog::messages(kError), testing::IsEmpty());
     EXPECT_EQ(ownerOf(m_bus.address(), "com.brenlow.ZELLite.StateManager"), uniqueName());
 }
 
