@@ -314,6 +314,9 @@ void IpcServer::waitForBus() {
     if (!m_unread.callers().empty()) {
         until = std::min(until, m_nextLook);
     }
+    if (m_writesQueued > 0) {
+        until = std::min(until, m_writesMoved + kStuckLimit);
+    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(until, now) - now);
     const int descriptor = bus::check(sd_bus_get_fd(m_connection.get()), "the descriptor of the bus");
     const int events = bus::check(sd_bus_get_events(m_connection.get()), "the events of the bus");

@@ -74,3 +74,11 @@ void PrivateBus::stop() {
         unlink((m_directory + "/socket").c_str());
     }
 }
+
+void PrivateBus::pause() const {
+    kill(m_pid, SIGSTOP);
+}
+
+void PrivateBus::goOn() const {
+    kill(m_pid, SIGCONT);
+}

@@ -29,6 +29,10 @@ public:
     /** Ends the bus; everybody on it is disconnected. */
     void stop();
 
+    /** Makes the bus do nothing until goOn. */
+    void pause() const;
+    void goOn() const;
+
     /** The D-Bus address. */
     const std::string& address() const { return m_address; }
 
