@@ -4,7 +4,6 @@
 import json
 import os
 import pathlib
-import re
 import signal
 import subprocess
 import sys

@@ -38,7 +38,7 @@ protected:
     static void liveBefore() {
         Connections connections;
         connections.begin("bus1", {":1.0"}, ":1.0");
-        for (const std::uint32_t caller : {1, 2}) {
+        for (const std::uint32_t caller : {1U, 2U}) {
             const std::string name = ":1." + std::to_string(caller);
             connections.add(name);
             connections.identify(name, process(100 + caller));
@@ -47,6 +47,7 @@ protected:
 
     static std::vector<std::string> texts(const std::vector<Departure>& departures) {
         std::vector<std::string> texts;
+        texts.reserve(departures.size());
         for (const Departure& departure : departures) {
             texts.push_back(departure.name + " " + std::to_string(departure.pid));
         }

@@ -15,6 +15,7 @@ constexpr uid_t kOther = 1001;
 constexpr uid_t kRoot = 0;
 constexpr int kReport = 2;
 constexpr int kOpen = 0;
+constexpr std::size_t kSixtyFourKibibytes = 65'536;
 constexpr std::size_t kTwelveMebibytes = std::size_t{12} * 1024 * 1024;
 
 class UnreadRepliesTest : public testing::Test {
@@ -57,10 +58,10 @@ TEST_F(UnreadRepliesTest, AMethodWithSmallRepliesIsNotRefused) {
 TEST_F(UnreadRepliesTest, AMethodWhoseLastReplyWasSmallIsNotRefused) {
     sendTwo();
 
-    m_unread.sent(":1.3", kOther, kReport, 64 * 1024 - 1);
+    m_unread.sent(":1.3", kOther, kReport, kSixtyFourKibibytes - 1);
 
     EXPECT_FALSE(m_unread.refuses(kReport, kUser));
-    m_unread.sent(":1.3", kOther, kReport, 64 * 1024);
+    m_unread.sent(":1.3", kOther, kReport, kSixtyFourKibibytes);
     EXPECT_TRUE(m_unread.refuses(kReport, kUser));
 }
 
@@ -79,7 +80,7 @@ TEST_F(UnreadRepliesTest, WhatIsReadInPartCountsWithTheRest) {
     m_unread.keeps(":1.1", 1, kTwelveMebibytes - 1);
 
     EXPECT_FALSE(m_unread.refuses(kReport, kUser));
-    m_unread.sent(":1.3", kUser, kReport, 64 * 1024);
+    m_unread.sent(":1.3", kUser, kReport, kSixtyFourKibibytes);
     EXPECT_TRUE(m_unread.refuses(kReport, kUser));
 }
 
@@ -88,7 +89,7 @@ TEST_F(UnreadRepliesTest, OtherMessagesForTheCallerCountNothing) {
 
     m_unread.keeps(":1.1", 1, 3 * kTwelveMebibytes);
     EXPECT_FALSE(m_unread.refuses(kReport, kUser));
-    m_unread.keeps(":1.1", 1, 64 * 1024 - 1);
+    m_unread.keeps(":1.1", 1, kSixtyFourKibibytes - 1);
 
     EXPECT_THAT(m_unread.callers(), IsEmpty());
 }
