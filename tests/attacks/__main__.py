@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Attacks on the daemon, run in a television in a box.
 
-    python3 attacks NAME                  runs one attack as root in the box; exit status 0 when everything held, 3 when only
-                                          times did not
+    python3 attacks NAME                  runs one attack as root in the box; exit status 0 when everything held, 3 when
+                                          only times did not
     python3 attacks --names               the names of all
     python3 attacks attacker NAME NUMBER  what the attacker's process runs
     python3 attacks honest ROLE           what an honest application's process runs

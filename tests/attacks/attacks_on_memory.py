@@ -9,7 +9,7 @@ from attack import Attack, known
 MIB = 1024 * 1024
 LARGE = b"x" * (MIB - 64)    # the largest text of a trace, nearly
 WITHIN_THE_BUDGET = 24       # MiB: what applications make the daemon remember is up to 16, the rest is the allocator's
-FULL_REPORT = 100          # ms: for so long the bus has the report of a full budget in its hands, and replies wait behind it
+FULL_REPORT = 100            # ms for which the bus carries the report of a full budget; other replies wait behind it
 
 
 PART = 100_000               # bytes: ten such traces are about what one session may have
@@ -58,7 +58,7 @@ class TracesLeftBehindByMany(Attack):
 
 @known
 class TextsThatGrowInTheReport(Attack):
-    """Thirty connections hold 1 MB of traces each. The texts are control characters, which JSON writes with six bytes."""
+    """Thirty connections hold 1 MB of traces each. The texts are control characters: six bytes each in JSON."""
 
     stays = WITHIN_THE_BUDGET
     p99 = FULL_REPORT
@@ -160,6 +160,9 @@ class ManyConnectionsWithOneTraceEach(Attack):
     """A thousand connections hold a session and a trace of 16 KB each, and end all at once."""
 
     seconds = 6
+    stays = WITHIN_THE_BUDGET
+    p99 = FULL_REPORT
+    report = 400    # ms: a thousand records are a thousand lines of the log
 
     def attack(self, number):
         held = []
@@ -169,9 +172,6 @@ class ManyConnectionsWithOneTraceEach(Attack):
             held[-1].status(OPEN_TRACE, trace(1, "x" * 16384))
         time.sleep(60)
 
-    stays = WITHIN_THE_BUDGET
-    p99 = FULL_REPORT
-    report = 400           # a thousand records are a thousand lines of the log
 
 
 @known
@@ -183,7 +183,8 @@ class TextsThatLookLikeSomethingElse(Attack):
 
     def attack(self, number):
         texts = [b"##_WM_USE_HINTS_WIN__winID_1", b'"}]}]}', b"\\u0000\\", b"\0\0\0", b"\n\r\t\x1b[2J",
-                 b"\xff\xfe\xc0\xaf", b"\xed\xa0\x80", b"##_LAST_TERMINATE_ERRORS", "\u202e".encode(), b'","StackTrace":"observer 9']
+                 b"\xff\xfe\xc0\xaf", b"\xed\xa0\x80",
+                 b"##_LAST_TERMINATE_ERRORS", "\u202e".encode(), b'","StackTrace":"observer 9']
         me = Application()
         me.status(OPEN)
         while True:
@@ -201,7 +202,8 @@ class FullBudgetThenARestart(Attack):
 
     attackers = 3
     stays = WITHIN_THE_BUDGET
-    # A folder can be there again a hundred times in a row, as often as the daemon removes one. The next save is complete.
+    # A folder can be there again a hundred times in a row, as often as the daemon removes one. The next save is
+    # complete.
     unsaved = 20
     report = 400           # the daemon starts twice meanwhile
     p99 = 150

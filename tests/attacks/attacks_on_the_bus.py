@@ -19,7 +19,7 @@ UNKNOWN = 99    # a method that the daemon does not have
 
 @known
 class DescriptorsWhileThePidIsAsked(Attack):
-    """Sends a call of 1 MB, the first call of a new connection, then 150 calls with 16 descriptors each, again and again.
+    """Sends a call of 1 MB, the first call of a new connection, then 150 calls with 16 descriptors each, repeatedly.
     While the daemon waits for the bus to name the process of the new connection, it holds every descriptor that arrives
     before that answer."""
 
@@ -219,7 +219,8 @@ class LinesOfTheLog(Attack):
     def afterwards(self, television):
         lines = television.lines(self._since)
         asked = sum("Is ZEL terminated" in line for line in lines)
-        # The unit allows 5,000 lines of a priority in 10 seconds; journald allows up to six times that while it has room.
+        # The unit allows 5,000 lines of a priority in 10 seconds; journald allows up to six times that while it has
+        # room.
         bound = 30_000
         yield f"lines that the attacker caused, up to {bound}", asked <= bound, asked
         first = next((index for index, line in enumerate(lines) if "Is ZEL terminated" in line), 0)

@@ -8,12 +8,13 @@ import time
 
 from application import sessions
 from television import MEASURING, Late, Process, Television
-from watcher import Sample, Watcher
+from watcher import Sample, Watcher, descriptors_of
 
 _MIB = 1024 * 1024
 _CALM = 60          # seconds after which everything must be as before
 _SHORTEST_CALM = 3  # seconds for which the honest ones go on after the attack
-_SLACK = 2          # descriptors that may be open for a moment
+# Descriptors. A library opens its connection, with four of them, when it is first needed: that may be in the attack.
+_SLACK = 5
 
 
 class Trial:
@@ -88,6 +89,8 @@ class Trial:
     def _as_before(self):
         """Whether each thing differs from what it was before the attack."""
         now = Sample()
+        if not now.pid:
+            return dict.fromkeys(("memory", "descriptors", "sessions"), True)
         return {
             "memory": now.memory - self._before.memory > self._attack.stays * _MIB,
             "descriptors": now.descriptors - self._before.descriptors > _SLACK,
@@ -190,7 +193,7 @@ class Trial:
         descriptors = self._at_the_end.descriptors - before.descriptors
         self._judge_back("descriptors", f"{descriptors} more", str(watcher.descriptors))
         if self._back["descriptors"] is None:
-            print("       they are: " + ", ".join(self._at_the_end.links))
+            print("       they are: " + ", ".join(descriptors_of(self._at_the_end.pid)))
         ends = len(watcher.pids) - 1
         self._check("processes of the daemon that ended", ends == self._television.restarts, ends,
                     self._television.restarts)

@@ -25,10 +25,15 @@ def daemon_pid():
     return 0
 
 
-def descriptors(pid):
-    """What the descriptors of a process are, as the kernel names them."""
-    folder = pathlib.Path(f"/proc/{pid}/fd")
-    return [os.readlink(folder / name) for name in os.listdir(folder)]
+def descriptors_of(pid):
+    """What the descriptors of a process are, as the kernel names them; one that closes meanwhile is left out."""
+    found, folder = [], pathlib.Path(f"/proc/{pid}/fd")
+    for name in os.listdir(folder) if folder.exists() else ():
+        try:
+            found.append(os.readlink(folder / name))
+        except OSError:
+            continue
+    return found
 
 
 class Sample:
@@ -37,12 +42,10 @@ class Sample:
     def __init__(self):
         self.pid = daemon_pid()
         self.memory = self.descriptors = 0
-        self.links = []
         if self.pid:
             try:
                 self.memory = int(pathlib.Path(f"/proc/{self.pid}/statm").read_text().split()[1]) * _PAGE
-                self.links = descriptors(self.pid)
-                self.descriptors = len(self.links)
+                self.descriptors = len(os.listdir(f"/proc/{self.pid}/fd"))
             except (OSError, IndexError):
                 self.pid = 0
 
