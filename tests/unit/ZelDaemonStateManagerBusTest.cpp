@@ -127,7 +127,7 @@ namespace {
 // The unique name of the manager's connection.
 std::string uniqueName() {
     DBusConnection* manager = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
-    const std::string name = dbus_bus_get_unique_name(manager);
+    std::string name = dbus_bus_get_unique_name(manager);
     dbus_connection_unref(manager);
     return name;
 }
