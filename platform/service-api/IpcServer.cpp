@@ -169,8 +169,9 @@ IpcServer::~IpcServer() {
 void IpcServer::start(std::unique_ptr<TICallListener> listener) {
     m_listener = std::move(listener);
     m_interfaceName = m_listener->GetInterfaceName();
-    m_busThread = std::thread([this] { run(); });
+    // The bus thread looks whether the other is there, and nothing is served before the bus thread runs.
     m_servingThread = std::thread([this] { serve(); });
+    m_busThread = std::thread([this] { run(); });
 }
 
 bool IpcServer::isServingHere() const {

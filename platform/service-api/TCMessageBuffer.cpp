@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <utility>
 
 namespace {
 
@@ -14,26 +13,6 @@ namespace {
 constexpr std::size_t kMaxContent = INT_MAX;
 
 }  // namespace
-
-TCMessageBuffer::Content::Content(const Content& other) {
-    resize(other.m_size);
-    if (m_size > 0) {
-        std::memcpy(m_data, other.m_data, m_size);
-    }
-}
-
-TCMessageBuffer::Content::Content(Content&& other) noexcept
-    : m_data(std::exchange(other.m_data, nullptr)), m_size(std::exchange(other.m_size, 0)) {}
-
-TCMessageBuffer::Content& TCMessageBuffer::Content::operator=(Content other) noexcept {
-    std::swap(m_data, other.m_data);
-    std::swap(m_size, other.m_size);
-    return *this;
-}
-
-TCMessageBuffer::Content::~Content() {
-    std::free(m_data);
-}
 
 void TCMessageBuffer::Content::resize(std::size_t size) {
     // One byte at least, since realloc may free for none.

@@ -11,8 +11,11 @@
 #ifndef TC_MESSAGE_BUFFER_H
 #define TC_MESSAGE_BUFFER_H
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <string>
+#include <utility>
 
 class TCMessageBuffer {
 public:
@@ -70,10 +73,18 @@ private:
     class Content {
     public:
         Content() = default;
-        Content(const Content& other);
-        Content(Content&& other) noexcept;
-        Content& operator=(Content other) noexcept;
-        ~Content();
+        Content(const Content& other) {
+            resize(other.m_size);
+            std::copy_n(other.m_data, m_size, m_data);
+        }
+        Content(Content&& other) noexcept
+            : m_data(std::exchange(other.m_data, nullptr)), m_size(std::exchange(other.m_size, 0)) {}
+        Content& operator=(Content other) noexcept {
+            std::swap(m_data, other.m_data);
+            std::swap(m_size, other.m_size);
+            return *this;
+        }
+        ~Content() { std::free(m_data); }
 
         unsigned char* data() const { return m_data; }
         std::size_t size() const { return m_size; }
