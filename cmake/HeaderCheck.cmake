@@ -17,7 +17,7 @@ set_target_properties(zel-header-check PROPERTIES CXX_CLANG_TIDY "")
 target_include_directories(zel-header-check PRIVATE
   "${CMAKE_SOURCE_DIR}/src" "${CMAKE_SOURCE_DIR}/tests" "${CMAKE_SOURCE_DIR}/tools/zelctl")
 target_link_libraries(zel-header-check PRIVATE
-  zel::platform-common SDBusCpp::sdbus-c++ PkgConfig::GLIB PkgConfig::DBUS PkgConfig::WESTON GTest::gmock)
+  zel::platform-common SDBusCpp::sdbus-c++ PkgConfig::GLIB PkgConfig::DBUS PkgConfig::JSONCPP PkgConfig::WESTON GTest::gmock)
 foreach(row IN LISTS ZEL_PLATFORM_LIBRARIES)
   string(REGEX REPLACE "\\|.*" "" name "${row}")
   target_link_libraries(zel-header-check PRIVATE "zel::${name}-headers")

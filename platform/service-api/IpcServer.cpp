@@ -26,8 +26,9 @@ constexpr std::size_t kMaxUnsent = std::size_t{1024} * 1024;
 constexpr int kRetryMilliseconds = 1000;
 constexpr std::chrono::seconds kOwnCheckTime{1};
 
-// The bus drops signals for a receiver whose queue is full, so who has left is also found by comparison.
-constexpr std::chrono::seconds kComparisonPeriod{10};
+// The bus drops signals for a receiver whose queue is full, so who has left is also found by comparison, this
+// long after a call. Without calls no queue is full, and nothing wakes this process.
+constexpr std::chrono::seconds kComparisonDelay{10};
 // How often the bus is asked for what callers have not read yet.
 constexpr std::chrono::milliseconds kLookPeriod{50};
 constexpr std::chrono::seconds kStuckLimit{5};
@@ -204,7 +205,7 @@ void IpcServer::openConnection() {
     for (const std::string& name : m_connections.remembered()) {
         lookUp(name);
     }
-    m_nextComparison = Clock::now() + kComparisonPeriod;
+    m_nextComparison = Clock::time_point::max();
     m_nextLook = Clock::now();
 }
 
@@ -399,7 +400,7 @@ void IpcServer::doPeriodicWork(Clock::time_point now) {
         m_leftBeforeTime = Clock::time_point::max();
     }
     if (now >= m_nextComparison) {
-        m_nextComparison = now + kComparisonPeriod;
+        m_nextComparison = Clock::time_point::max();
         ask(kBus, "ListNames", nullptr, 0, onNames);
     }
     std::uint64_t queued = 0;
@@ -501,6 +502,7 @@ int IpcServer::accept(sd_bus_message* message, sd_bus_error* error) {
     call.sender = bus::text(sd_bus_message_get_sender(message));
     const std::string sender = call.sender;
     lookUp(sender);
+    m_nextComparison = std::min(m_nextComparison, Clock::now() + kComparisonDelay);
     for (const Call& refused : m_queue.push(std::move(call))) {
         refuse(refused, "too many calls wait to be served");
     }
