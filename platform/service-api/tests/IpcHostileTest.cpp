@@ -141,9 +141,10 @@ TEST(IpcHostileTest, AMessageWithDescriptorsIsRefusedByTheBus) {
 
 TEST(IpcHostileTest, WhileACallIsServedTheBusIsRead) {
     inFreshProcess([] {
-        Gate gate;
+        // The call may still be on its way out of it when the test ends.
+        const auto gate = std::make_shared<Gate>();
         const Observed observed(
-            [&gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate.pass(); });
+            [gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate->pass(); });
         Client client;
         client.send(1, "");
         ASSERT_TRUE(record().waitFor("waits"));
@@ -152,15 +153,16 @@ TEST(IpcHostileTest, WhileACallIsServedTheBusIsRead) {
         const std::string error = client.errorOf("com.brenlow.IOther", 0, "");
 
         EXPECT_THAT(error, HasSubstr("UnknownInterface"));
-        gate.open();
+        gate->open();
     });
 }
 
 TEST(IpcHostileTest, ACallerWith256CallsWaitingIsRefusedTheNext) {
     inFreshProcess([] {
-        Gate gate;
+        // The call may still be on its way out of it when the test ends.
+        const auto gate = std::make_shared<Gate>();
         const Observed observed(
-            [&gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate.pass(); });
+            [gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate->pass(); });
         Client client;
         client.send(1, "");
         ASSERT_TRUE(record().waitFor("waits"));
@@ -171,16 +173,17 @@ TEST(IpcHostileTest, ACallerWith256CallsWaitingIsRefusedTheNext) {
         const std::string error = client.errorOf(2, "");
 
         EXPECT_EQ(error, "org.freedesktop.DBus.Error.LimitsExceeded: too many calls wait to be served");
-        gate.open();
+        gate->open();
         EXPECT_EQ(Client().errorOf(2, ""), "");
     });
 }
 
 TEST(IpcHostileTest, WaitingCallsOfACallerThatLeavesAreSkipped) {
     inFreshProcess([] {
-        Gate gate;
+        // The call may still be on its way out of it when the test ends.
+        const auto gate = std::make_shared<Gate>();
         const Observed observed(
-            [&gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate.pass(); });
+            [gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate->pass(); });
         Client blocking;
         blocking.send(1, "");
         ASSERT_TRUE(record().waitFor("waits"));
@@ -193,7 +196,7 @@ TEST(IpcHostileTest, WaitingCallsOfACallerThatLeavesAreSkipped) {
         ASSERT_TRUE(eventually([&blocking, &name] { return blocking.owner(name).empty(); }));
         // The server has read the news when it refuses a later call.
         EXPECT_NE(blocking.errorOf("com.brenlow.IOther", 0, ""), "");
-        gate.open();
+        gate->open();
 
         EXPECT_TRUE(record().waitFor("only removed " + name + " " + ownPid()));
         EXPECT_THAT(record().eventsWith("call"), ElementsAre("call 1 from " + blocking.name()));
@@ -251,11 +254,12 @@ TEST(IpcHostileTest, ABusThatTakesNothingForFiveSecondsCountsAsLost) {
         testing::internal::CaptureStderr();
         const PrivateBus bus;
         const std::string socket = setUpAndFindSocket().first;
-        Gate gate;
-        startIpc([&gate](int method, TCMessageBuffer&, TCMessageBuffer& reply) {
+        // The call may still be on its way out of it when the test ends.
+        const auto gate = std::make_shared<Gate>();
+        startIpc([gate](int method, TCMessageBuffer&, TCMessageBuffer& reply) {
             // More than the kernel takes for the bus.
             reply.Resize(method == 1 ? 30U * 1024 * 1024 : 0);
-            return method != 1 || gate.pass();
+            return method != 1 || gate->pass();
         });
         Client client;
         client.send(0, "");
@@ -272,7 +276,7 @@ TEST(IpcHostileTest, ABusThatTakesNothingForFiveSecondsCountsAsLost) {
         ASSERT_TRUE(record().waitFor("waits"));
         bus.pause();
 
-        gate.open();
+        gate->open();
 
         ASSERT_TRUE(eventually([&socket] { return openSockets().count(socket) == 0; }));
         bus.goOn();
