@@ -8,9 +8,10 @@
 
 namespace {
 
-std::string plannedPath;
-std::function<void()> plannedAttack;
-bool isLasting = false;
+// Of the test's own thread only: other threads, as the helper of session control, open files too.
+thread_local std::string plannedPath;
+thread_local std::function<void()> plannedAttack;
+thread_local bool isLasting = false;
 
 }  // namespace
 
