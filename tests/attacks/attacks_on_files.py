@@ -66,9 +66,10 @@ def _planted(path, plant):
 
 
 def race_with_folders():
-    """Makes folders where the daemon writes its sessions, as often as it takes them away."""
+    """Makes and removes folders where the daemon writes its sessions, as fast as it can."""
     while True:
-        _planted(TEMPORARY, _folder)
+        if _planted(TEMPORARY, _folder):
+            _take_away(TEMPORARY)
 
 
 @known

@@ -197,14 +197,13 @@ class TextsThatLookLikeSomethingElse(Attack):
 
 @known
 class FullBudgetThenARestart(Attack):
-    """Two processes fill what the daemon may remember; a third makes folders where the daemon writes its sessions. Then
-    the daemon is killed, twice."""
+    """Two processes fill what the daemon may remember; a third makes and removes folders where the daemon writes its
+    sessions. Then the daemon is killed, twice."""
 
     attackers = 3
     stays = WITHIN_THE_BUDGET
-    # A folder can be there again a hundred times in a row, as often as the daemon removes one. The next save is
-    # complete.
-    unsaved = 20
+    # A folder can be there again a hundred times in a row. The next save is complete.
+    unsaved = 5
     report = 400           # the daemon starts twice meanwhile
     p99 = 150
     traces_stay = False    # the daemon remembers sessions over a restart, and no traces
