@@ -154,7 +154,7 @@ class Television:
         self.restart_daemon()
 
     def terminate_service(self):
-        """Hits the key combination until the service has ended: every five seconds, as a user does who sees no effect. An
+        """Hits the key combination until the service has ended: every five seconds, as a user does. An
         attempt may fail, because nothing protects the service's own connection from strangers."""
         hit = -math.inf
 
