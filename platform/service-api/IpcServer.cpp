@@ -289,8 +289,8 @@ void IpcServer::processUntilStopped() {
             return;
         }
         const Clock::time_point now = Clock::now();
-        doPeriodicWork(now);
         noticeStuckWrites(now);
+        doPeriodicWork(now);
         waitForBus();
     }
 }
@@ -313,11 +313,11 @@ void IpcServer::waitForBus() {
     const auto ofBus = Clock::time_point(std::chrono::microseconds(
         std::min(next, static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() / 1000))));
     Clock::time_point until = std::min({ofBus, m_nextComparison, m_leftBeforeTime});
-    if (!m_unread.callers().empty()) {
-        until = std::min(until, m_nextLook);
-    }
     if (m_writesQueued > 0) {
         until = std::min(until, m_writesMoved + kStuckLimit);
+    } else if (!m_unread.callers().empty()) {
+        // Only when nothing is queued: what this process still has can't have been read.
+        until = std::min(until, m_nextLook);
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(until, now) - now);
     const int descriptor = bus::check(sd_bus_get_fd(m_connection.get()), "the descriptor of the bus");
@@ -403,9 +403,7 @@ void IpcServer::doPeriodicWork(Clock::time_point now) {
         m_nextComparison = Clock::time_point::max();
         ask(kBus, "ListNames", nullptr, 0, onNames);
     }
-    std::uint64_t queued = 0;
-    sd_bus_get_n_queued_write(m_connection.get(), &queued);
-    if (now >= m_nextLook && queued == 0) {
+    if (now >= m_nextLook && m_writesQueued == 0) {
         m_nextLook = now + kLookPeriod;
         for (const auto& [name, replies] : m_unread.callers()) {
             ask(kStatistics, "GetConnectionStats", name.c_str(), replies, onStatistics);
