@@ -68,6 +68,17 @@ struct Question {
     std::uint64_t replies;
 };
 
+// Runs a callback of sd-bus. Nothing may be thrown through the library, which is written in C.
+template <typename Callback>
+int guarded(Callback callback) {
+    try {
+        callback();
+    } catch (const std::exception& error) {
+        logError(std::string("a message of the bus could not be dealt with: ") + error.what());
+    }
+    return 0;
+}
+
 // Reads one entry of a dictionary of variants as an unsigned number. Leaves @p value where the answer is an
 // error or has no such entry.
 void readNumber(sd_bus_message* answer, const char* wanted, std::uint32_t& value) {
@@ -370,22 +381,24 @@ void IpcServer::lookUp(const std::string& name) {
 }
 
 int IpcServer::onCredentials(sd_bus_message* answer, void* question, sd_bus_error* /*error*/) {
-    const auto& asked = *static_cast<Question*>(question);
-    IpcServer& server = *asked.server;
-    if (sd_bus_is_open(sd_bus_message_get_bus(answer)) <= 0) {
-        return 0;
-    }
+    return guarded([answer, &asked = *static_cast<Question*>(question)] {
+        if (sd_bus_is_open(sd_bus_message_get_bus(answer)) > 0) {
+            asked.server->identify(asked.name, answer);
+        }
+    });
+}
+
+void IpcServer::identify(const std::string& name, sd_bus_message* credentials) {
     // What the bus does not tell: it has left already, or is in another namespace of processes.
     Connections::Identity identity{{}, std::numeric_limits<uid_t>::max()};
-    readNumber(answer, "ProcessID", identity.properties.pid);
-    sd_bus_message_rewind(answer, 1);
-    readNumber(answer, "UnixUserID", identity.user);
+    readNumber(credentials, "ProcessID", identity.properties.pid);
+    sd_bus_message_rewind(credentials, 1);
+    readNumber(credentials, "UnixUserID", identity.user);
     identity.properties.progName = programName(identity.properties.pid);
-    if (auto departure = server.m_connections.identify(asked.name, identity)) {
-        server.m_queue.add(std::move(*departure));
+    if (auto departure = m_connections.identify(name, identity)) {
+        m_queue.add(std::move(*departure));
     }
-    server.admit(asked.name);
-    return 0;
+    admit(name);
 }
 
 void IpcServer::admit(const std::string& name) {
@@ -413,21 +426,21 @@ void IpcServer::doPeriodicWork(Clock::time_point now) {
 
 // A caller that came after the list was made is not known yet: its calls arrive after the answer.
 int IpcServer::onNames(sd_bus_message* answer, void* question, sd_bus_error* /*error*/) {
-    IpcServer& server = *static_cast<Question*>(question)->server;
-    if (sd_bus_message_is_method_error(answer, nullptr) == 0 &&
-        sd_bus_is_open(sd_bus_message_get_bus(answer)) > 0) {
-        server.report(server.m_connections.compare(readNames(answer)));
-    }
-    return 0;
+    return guarded([answer, &server = *static_cast<Question*>(question)->server] {
+        if (sd_bus_message_is_method_error(answer, nullptr) == 0 &&
+            sd_bus_is_open(sd_bus_message_get_bus(answer)) > 0) {
+            server.report(server.m_connections.compare(readNames(answer)));
+        }
+    });
 }
 
 // A bus that keeps no such statistics answers with an error; then everything counts as read.
 int IpcServer::onStatistics(sd_bus_message* answer, void* question, sd_bus_error* /*error*/) {
-    const auto& asked = *static_cast<Question*>(question);
-    std::uint32_t unread = 0;
-    readNumber(answer, "OutgoingBytes", unread);
-    asked.server->m_unread.keeps(asked.name, asked.replies, unread);
-    return 0;
+    return guarded([answer, &asked = *static_cast<Question*>(question)] {
+        std::uint32_t unread = 0;
+        readNumber(answer, "OutgoingBytes", unread);
+        asked.server->m_unread.keeps(asked.name, asked.replies, unread);
+    });
 }
 
 // The bus reads nothing from a sender of whose messages too much is unread, or it hangs: a new connection is
@@ -453,16 +466,15 @@ void IpcServer::noticeStuckWrites(Clock::time_point now) {
 
 // The match rule is no guard against a signal sent to this connection alone; its sender tells.
 int IpcServer::onNameOwnerChanged(sd_bus_message* signal, void* server, sd_bus_error* /*error*/) {
-    if (bus::text(sd_bus_message_get_sender(signal)) != kBus) {
-        return 0;
-    }
-    const char* name = nullptr;
-    const char* oldOwner = nullptr;
-    const char* newOwner = nullptr;
-    if (sd_bus_message_read(signal, "sss", &name, &oldOwner, &newOwner) > 0 && *newOwner == '\0') {
-        static_cast<IpcServer*>(server)->forget(name);
-    }
-    return 0;
+    return guarded([signal, server] {
+        const char* name = nullptr;
+        const char* oldOwner = nullptr;
+        const char* newOwner = nullptr;
+        if (bus::text(sd_bus_message_get_sender(signal)) == kBus &&
+            sd_bus_message_read(signal, "sss", &name, &oldOwner, &newOwner) > 0 && *newOwner == '\0') {
+            static_cast<IpcServer*>(server)->forget(name);
+        }
+    });
 }
 
 void IpcServer::forget(const std::string& name) {

@@ -88,6 +88,7 @@ private:
     void ask(const char* interface, const char* member, const char* name, std::uint64_t replies,
              sd_bus_message_handler_t onAnswer);
     void lookUp(const std::string& name);
+    void identify(const std::string& name, sd_bus_message* credentials);
     void admit(const std::string& name);
     void doPeriodicWork(Clock::time_point now);
     void noticeStuckWrites(Clock::time_point now);
