@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -13,8 +14,7 @@ constexpr const char* kRecords = "zel-lite";
 
 // How a trace without text looks in the document. Within a text it can't occur: quotation marks are escaped
 // there.
-constexpr const char* kEmptyTrace = "\"StackTrace\" : \"\"";
-constexpr std::size_t kEmptyTraceLength = 17;
+constexpr std::string_view kEmptyTrace = "\"StackTrace\" : \"\"";
 
 // What JsonCpp makes of a text, without the quotation marks.
 std::string QuoteByJsonCpp(const std::string& text) {
@@ -158,7 +158,7 @@ void TCDebugReport::Append(const TCSessionControl::DebugRecord& record, bool isT
     m_isEmpty = false;
     std::size_t written = 0;
     const auto writeText = [this, &document, &written](const std::string& text) {
-        const std::size_t begin = document.find(kEmptyTrace, written) + kEmptyTraceLength - 1;
+        const std::size_t begin = document.find(kEmptyTrace, written) + kEmptyTrace.size() - 1;
         m_piece.assign(document, written, begin - written);
         AppendQuoted(m_piece, text);
         m_write(m_piece);

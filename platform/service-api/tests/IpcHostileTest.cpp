@@ -67,6 +67,12 @@ private:
     std::shared_future<void> m_future = m_promise.get_future().share();
 };
 
+// A listener whose method 1 waits. It shares the gate, because that call may still be on its way out when a
+// test ends.
+ScriptedListener::Script waitsInMethodOne(const std::shared_ptr<Gate>& gate) {
+    return [gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate->pass(); };
+}
+
 // The sockets of this process: what the kernel calls them, and their descriptors.
 std::map<std::string, int> openSockets() {
     std::map<std::string, int> sockets;
@@ -151,10 +157,8 @@ TEST(IpcHostileTest, AMessageWithDescriptorsIsRefusedByTheBus) {
 
 TEST(IpcHostileTest, WhileACallIsServedTheBusIsRead) {
     inFreshProcess([] {
-        // The call may still be on its way out of it when the test ends.
         const auto gate = std::make_shared<Gate>();
-        const Observed observed(
-            [gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate->pass(); });
+        const Observed observed(waitsInMethodOne(gate));
         Client client;
         client.send(1, "");
         ASSERT_TRUE(record().waitFor("waits"));
@@ -169,10 +173,8 @@ TEST(IpcHostileTest, WhileACallIsServedTheBusIsRead) {
 
 TEST(IpcHostileTest, ACallerWith256CallsWaitingIsRefusedTheNext) {
     inFreshProcess([] {
-        // The call may still be on its way out of it when the test ends.
         const auto gate = std::make_shared<Gate>();
-        const Observed observed(
-            [gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate->pass(); });
+        const Observed observed(waitsInMethodOne(gate));
         Client client;
         client.send(1, "");
         ASSERT_TRUE(record().waitFor("waits"));
@@ -190,10 +192,8 @@ TEST(IpcHostileTest, ACallerWith256CallsWaitingIsRefusedTheNext) {
 
 TEST(IpcHostileTest, WaitingCallsOfACallerThatLeavesAreSkipped) {
     inFreshProcess([] {
-        // The call may still be on its way out of it when the test ends.
         const auto gate = std::make_shared<Gate>();
-        const Observed observed(
-            [gate](int method, TCMessageBuffer&, TCMessageBuffer&) { return method != 1 || gate->pass(); });
+        const Observed observed(waitsInMethodOne(gate));
         Client blocking;
         blocking.send(1, "");
         ASSERT_TRUE(record().waitFor("waits"));
@@ -264,7 +264,6 @@ TEST(IpcHostileTest, ABusThatTakesNothingForFiveSecondsCountsAsLost) {
         testing::internal::CaptureStderr();
         const PrivateBus bus;
         const std::string socket = setUpAndFindSocket().first;
-        // The call may still be on its way out of it when the test ends.
         const auto gate = std::make_shared<Gate>();
         startIpc([gate](int method, TCMessageBuffer&, TCMessageBuffer& reply) {
             // More than the kernel takes for the bus.
