@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -17,9 +18,6 @@ namespace {
 
 constexpr int kGuards = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
 constexpr mode_t kDefaultMode = 0666;
-
-// An attacker who plants something at every attempt has to win each of these races.
-constexpr int kAttempts = 100;
 
 bool IsOwn(const struct stat& status) {
     return S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
@@ -49,6 +47,11 @@ int TCFileDescriptor::m_Release() noexcept {
     return std::exchange(m_fd, -1);
 }
 
+TCFileDescriptor& TCFileDescriptor::operator=(TCFileDescriptor&& other) noexcept {
+    std::swap(m_fd, other.m_fd);
+    return *this;
+}
+
 bool IsSymbolicLink(const char* path) {
     std::error_code error;
     return std::filesystem::is_symlink(std::filesystem::symlink_status(path, error));
@@ -72,7 +75,7 @@ void TakeAwayPlanted(const char* path) {
 }
 
 TCFileDescriptor OpenOwnFile(const char* path) {
-    TCFileDescriptor file(open(path, O_RDONLY | kGuards));
+    TCFileDescriptor file(open(path, O_RDWR | kGuards));
     if (!file || !IsOwn(file)) {
         return TCFileDescriptor();
     }
@@ -80,23 +83,40 @@ TCFileDescriptor OpenOwnFile(const char* path) {
 }
 
 TCFileDescriptor CreateOwnFile(const char* path) {
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        TakeAwayPlanted(path);
-        TCFileDescriptor file(open(path, O_WRONLY | O_CREAT | kGuards, kDefaultMode));
-        // Truncated only after the look at the open file: something may have been planted before the opening.
-        if (file && IsOwn(file) && ftruncate(file.Get(), 0) == 0) {
-            return file;
-        }
+    TakeAwayPlanted(path);
+    TCFileDescriptor file(open(path, O_WRONLY | O_CREAT | kGuards, kDefaultMode));
+    if (file && IsOwn(file)) {
+        // Truncated only now: something may have been planted before the opening.
+        return ftruncate(file.Get(), 0) == 0 ? std::move(file) : TCFileDescriptor();
     }
-    return TCFileDescriptor();
+    if (file && errno != EPERM) {
+        return TCFileDescriptor();
+    }
+    // Something was planted. Nobody knows this name before, so nobody can be faster.
+    const std::string name = std::string(path) + '.' + std::to_string(std::random_device()());
+    TCFileDescriptor moved(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | kGuards, kDefaultMode));
+    if (moved && !RenameOver(name.c_str(), path)) {
+        unlink(name.c_str());
+        return TCFileDescriptor();
+    }
+    return moved;
 }
 
 bool RenameOver(const char* from, const char* to) {
+    // An attacker has to remove a folder and make it again between two calls, each time.
+    constexpr int kAttempts = 100;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (std::rename(from, to) == 0) {
             return true;
         }
-        TakeAwayPlanted(to);
+        // A folder can't be replaced by a file, but the two can be exchanged.
+        if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0) {
+            TakeAwayPlanted(from);
+            return true;
+        }
+        if (errno != ENOENT) {
+            return false;
+        }
     }
     return false;
 }

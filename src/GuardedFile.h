@@ -16,6 +16,8 @@ public:
     TCFileDescriptor() = default;
     explicit TCFileDescriptor(int fd) : m_fd(fd) {}
     TCFileDescriptor(TCFileDescriptor&& other) noexcept : m_fd(other.m_Release()) {}
+    /** The other owner closes what this one had. */
+    TCFileDescriptor& operator=(TCFileDescriptor&& other) noexcept;
     TCFileDescriptor(const TCFileDescriptor&) = delete;
     TCFileDescriptor& operator=(const TCFileDescriptor&) = delete;
     ~TCFileDescriptor();
@@ -42,7 +44,7 @@ bool IsOwnFile(const char* path);
 void TakeAwayPlanted(const char* path);
 
 /**
- * Opens the daemon's own file for reading.
+ * Opens the daemon's own file for reading and writing.
  *
  * @return the file, or none with errno set: EPERM for something else, otherwise the error of the call that
  * failed
@@ -51,15 +53,16 @@ TCFileDescriptor OpenOwnFile(const char* path);
 
 /**
  * Creates a file with the process's default mode, or truncates the daemon's own, and opens it for writing.
- * Anything else at the path is removed first, up to 100 times if an attacker puts it back each time.
+ * Anything else at the path is removed first. If an attacker puts something there meanwhile, the file is made
+ * under a random name beside it and renamed.
  *
- * @return the file, or none with errno set: EPERM when something else was there at the last attempt,
- * otherwise the error of the call that failed
+ * @return the file, or none with errno set
  */
 TCFileDescriptor CreateOwnFile(const char* path);
 
 /**
- * Renames a file to @p to. Anything there that would prevent it is removed as in CreateOwnFile.
+ * Renames a file to @p to. Anything there is replaced; a folder is exchanged for the file and then removed as
+ * TakeAwayPlanted does.
  *
  * @return whether it was renamed
  */

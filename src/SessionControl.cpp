@@ -659,6 +659,7 @@ bool TCSessionControl::m_removeState() {
         ZEL_LOG_FROM("m_saveState", DLOG_ERROR, "Can not remove state file");
         return false;
     }
+    m_replaceSavedState(TCFileDescriptor());
     ZEL_LOG_FROM("m_saveState", DLOG_INFO, "State file removed, removed(%d), exists(%d)", removed, exists);
     return true;
 }
@@ -680,27 +681,35 @@ bool TCSessionControl::m_writeState() {
         TakeAwayPlanted(kTemporaryStateFile);
         return false;
     }
-    {
-        const TCFileDescriptor file = CreateOwnFile(kTemporaryStateFile);
-        if (!file) {
-            ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Open error: %s", std::strerror(errno));
-            return false;
-        }
-        if (!WriteAll(file.Get(), buffer.GetAsVoidFromOffset(0), size)) {
-            ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Write error: %s, size: %lu", std::strerror(errno),
-                         static_cast<unsigned long>(size));
-            return false;
-        }
+    TCFileDescriptor file = CreateOwnFile(kTemporaryStateFile);
+    if (!file) {
+        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Open error: %s", std::strerror(errno));
+        return false;
+    }
+    if (!WriteAll(file.Get(), buffer.GetAsVoidFromOffset(0), size)) {
+        ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Write error: %s, size: %lu", std::strerror(errno),
+                     static_cast<unsigned long>(size));
+        return false;
     }
     if (!RenameOver(kTemporaryStateFile, kStateFile)) {
         ZEL_LOG_FROM(kCaller, DLOG_ERROR, "Can not rename state tmp file");
         return false;
     }
+    m_replaceSavedState(std::move(file));
     return true;
 }
 
+void TCSessionControl::m_replaceSavedState(TCFileDescriptor file) {
+    if (m_savedState) {
+        // After a failure the old file keeps its content, and counts no more than before.
+        [[maybe_unused]] const int result = ftruncate(m_savedState.Get(), 0);
+    }
+    m_savedState = std::move(file);
+}
+
 bool TCSessionControl::m_loadState() {
-    const TCFileDescriptor file = OpenOwnFile(kStateFile);
+    m_savedState = OpenOwnFile(kStateFile);
+    const TCFileDescriptor& file = m_savedState;
     if (!file) {
         if (access(kStateFile, F_OK) == 0) {
             ZEL_LOG_ERROR("Can not open state file");

@@ -31,6 +31,7 @@
 #include <thread>
 #include <vector>
 
+#include "GuardedFile.h"
 #include "TraceBudget.h"
 #include "ZelServiceAPI.h"
 
@@ -216,10 +217,14 @@ private:
     bool m_removeState();
     bool m_writeState();
     bool m_loadState();
+    void m_replaceSavedState(TCFileDescriptor file);
     bool m_readSessions(TCMessageBuffer& content, unsigned int contentSize);
 
     TCZelDaemonStateManager& m_stateManager;
     TSessions m_sessions;
+    /** The state file as it was saved or loaded last. It is emptied when another takes its place: where the
+     * kernel lets users link files of others, a second name of it must not bring old sessions back. */
+    TCFileDescriptor m_savedState;
     TDebugRecords m_debugRecords;
     std::int64_t m_lastTryTerminateTime = 0;
     bool m_lastTryTerminateResult = false;

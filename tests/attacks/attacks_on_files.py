@@ -66,10 +66,9 @@ def _planted(path, plant):
 
 
 def race_with_folders():
-    """Makes and removes folders where the daemon writes its sessions, as fast as it can."""
+    """Makes a folder where the daemon writes its sessions whenever there is nothing."""
     while True:
-        if _planted(TEMPORARY, _folder):
-            _take_away(TEMPORARY)
+        _planted(TEMPORARY, _folder)
 
 
 @known
@@ -221,6 +220,15 @@ class OldStateFileLinkedBack(_PutBack):
 
     def put_back(self):
         pass
+
+
+@known
+class OldStateFileMovedBack(_PutBack):
+    """Keeps a second name of the state file in a folder of its own and moves it back when the session is closed: then
+    the file has one name again. Then the daemon is killed and starts again."""
+
+    def put_back(self):
+        os.rename(self.folder / "old", STATE_FILE)
 
 
 @known

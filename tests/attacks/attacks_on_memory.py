@@ -173,7 +173,6 @@ class ManyConnectionsWithOneTraceEach(Attack):
         time.sleep(60)
 
 
-
 @known
 class TextsThatLookLikeSomethingElse(Attack):
     """Traces whose texts are ids of windows' sessions, ends of the JSON document, control characters and bytes that are
@@ -197,13 +196,11 @@ class TextsThatLookLikeSomethingElse(Attack):
 
 @known
 class FullBudgetThenARestart(Attack):
-    """Two processes fill what the daemon may remember; a third makes and removes folders where the daemon writes its
-    sessions. Then the daemon is killed, twice."""
+    """Two processes fill what the daemon may remember; a third makes a folder where the daemon writes its sessions whenever
+    there is nothing. Then the daemon is killed, twice."""
 
     attackers = 3
     stays = WITHIN_THE_BUDGET
-    # A folder can be there again a hundred times in a row. The next save is complete.
-    unsaved = 5
     report = 400           # the daemon starts twice meanwhile
     p99 = 150
     traces_stay = False    # the daemon remembers sessions over a restart, and no traces

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <utility>
 
@@ -12,6 +13,8 @@ namespace {
 thread_local std::string plannedPath;
 thread_local std::function<void()> plannedAttack;
 thread_local bool isLasting = false;
+thread_local std::string failingPath;
+thread_local int failingError = 0;
 
 }  // namespace
 
@@ -26,8 +29,14 @@ void plantAtEveryOpen(const std::string& path, std::function<void()> attack) {
     isLasting = true;
 }
 
+void failCreating(const std::string& path, int error) {
+    failingPath = path;
+    failingError = error;
+}
+
 void stopPlanting() {
     plannedAttack = nullptr;
+    failingError = 0;
 }
 
 bool wasPlanted() {
@@ -44,6 +53,10 @@ extern "C" int __wrap_open(const char* path, int flags, ...) {
         va_start(arguments, flags);
         mode = va_arg(arguments, mode_t);
         va_end(arguments);
+    }
+    if (failingError != 0 && (flags & O_CREAT) != 0 && std::string(path).rfind(failingPath, 0) == 0) {
+        errno = failingError;
+        return -1;
     }
     if (plannedAttack && plannedPath == path) {
         const auto attack = plannedAttack;

@@ -16,7 +16,10 @@ void plantAtOpen(const std::string& path, std::function<void()> attack);
 /** Runs @p attack before each opening of @p path, until stopPlanting. */
 void plantAtEveryOpen(const std::string& path, std::function<void()> attack);
 
-/** Ends the attacks. */
+/** Makes nothing that begins with @p path be created: open fails with @p error, until stopPlanting. */
+void failCreating(const std::string& path, int error);
+
+/** Ends the attacks and the failures. */
 void stopPlanting();
 
 /** Whether the planned attack has taken place. */

@@ -42,6 +42,12 @@ std::vector<std::string> namesLike(const std::string& path) {
     return names;
 }
 
+mode_t currentUmask() {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mask;
+}
+
 class GuardedFileTest : public testing::Test {
 protected:
     GuardedFileTest() {
@@ -222,7 +228,7 @@ TEST_F(GuardedFileTest, AFolderIsNotReadAndGivesWay) {
     ASSERT_EQ(mkdir(kPath, 0755), 0);
 
     EXPECT_FALSE(OpenOwnFile(kPath));
-    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(errno, EISDIR);
     EXPECT_TRUE(CreateOwnFile(kPath));
     EXPECT_TRUE(IsOwnFile(kPath));
     EXPECT_EQ(namesLike(kPath).size(), 1U);
@@ -351,13 +357,47 @@ TEST_F(GuardedFileTest, TheDescriptorZeroIsAFileToo) {
     close(kept);
 }
 
-TEST_F(GuardedFileTest, AnAttackerWhoWinsEveryRaceIsGivenUp) {
-    plantAtEveryOpen(kPath, [] { EXPECT_EQ(symlink("/nowhere", kPath), 0); });
+TEST_F(GuardedFileTest, AnAttackerWhoWinsEveryRaceIsBypassed) {
+    for (const auto& plant : std::vector<std::function<void()>>{
+             [] { EXPECT_EQ(symlink("/nowhere", kPath), 0); },
+             [] { EXPECT_EQ(mkdir(kPath, 0755), 0); },
+             [] { std::filesystem::create_directories(std::string(kPath) + "/full"); },
+             [] { EXPECT_EQ(mkfifo(kPath, 0600), 0); },
+         }) {
+        unlink(kPath);
+        plantAtEveryOpen(kPath, plant);
+
+        const TCFileDescriptor file = CreateOwnFile(kPath);
+
+        stopPlanting();
+        ASSERT_TRUE(file);
+        EXPECT_EQ(write(file.Get(), "x", 1), 1);
+        EXPECT_EQ(readFile(kPath), "x");
+        EXPECT_TRUE(IsOwnFile(kPath));
+        struct stat status {};
+        ASSERT_EQ(stat(kPath, &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 0666U & ~currentUmask());
+    }
+}
+
+TEST_F(GuardedFileTest, WhereNothingCanBeCreatedTheErrorIsThatOfTheOpening) {
+    failCreating(kPath, ENOSPC);
 
     EXPECT_FALSE(CreateOwnFile(kPath));
 
-    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(errno, ENOSPC);
     stopPlanting();
+    EXPECT_TRUE(namesLike(kPath).empty());
+}
+
+TEST_F(GuardedFileTest, AFilledFolderIsExchangedForARenamedFile) {
+    writeFile(kVictim, "new");
+    std::filesystem::create_directories(std::string(kPath) + "/full");
+
+    EXPECT_TRUE(RenameOver(kVictim, kPath));
+
+    EXPECT_EQ(readFile(kPath), "new");
+    EXPECT_FALSE(exists(kVictim));
 }
 
 TEST_F(GuardedFileTest, ASecondNameIsNotRead) {

@@ -76,9 +76,8 @@ public:
     ShortMemory& operator=(const ShortMemory&) = delete;
 };
 
-// Wins every race for the temporary path.
 void failEverySave() {
-    plantAtEveryOpen(kTemporary, [] { EXPECT_EQ(mkdir(kTemporary, 0755), 0); });
+    failCreating(kTemporary, EISDIR);
 }
 
 // The number behind a text's last blank.
@@ -408,6 +407,38 @@ TEST_F(SessionStateFileTest, WhatIsPlantedAtTheStateFileGivesWayToASave) {
         EXPECT_THAT(FakeDlog::messages(kError), IsEmpty());
         EXPECT_EQ(readFile(kState), number(1) + session("a", "ant", "1"));
     }
+}
+
+// Where the kernel lets users link files of others, a second name would keep the old sessions.
+TEST_F(SessionStateFileTest, AStateFileThatIsReplacedOrRemovedIsEmptiedInAllItsNames) {
+    TCSessionControl control(m_manager);
+    control.Open("a", "ant", "1");
+    ASSERT_EQ(link(kState, "/tmp/kept"), 0);
+    control.Open("b", "bee", "2");
+    EXPECT_EQ(readFile("/tmp/kept"), "");
+    unlink("/tmp/kept");
+    control.Close("b");
+    ASSERT_EQ(link(kState, "/tmp/kept"), 0);
+
+    control.Close("a");
+
+    EXPECT_EQ(readFile("/tmp/kept"), "");
+    unlink("/tmp/kept");
+}
+
+TEST_F(SessionStateFileTest, AStateFileOfTheRunBeforeIsEmptiedWhenItIsReplaced) {
+    {
+        TCSessionControl before(m_manager);
+        before.Open("a", "ant", "1");
+    }
+    TCSessionControl control(m_manager);
+    ASSERT_EQ(link(kState, "/tmp/kept"), 0);
+
+    control.Open("b", "bee", "2");
+
+    EXPECT_EQ(readFile("/tmp/kept"), "");
+    EXPECT_EQ(readFile(kState), number(2) + session("a", "ant", "1") + session("b", "bee", "2"));
+    unlink("/tmp/kept");
 }
 
 TEST_F(SessionStateFileTest, AFilledFolderAtTheStateFileGivesWayToALastClose) {

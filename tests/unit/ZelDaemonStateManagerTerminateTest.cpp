@@ -228,7 +228,7 @@ TEST_F(ZelDaemonStateManagerTerminateTest, ARefusalIsLoggedBeforeTheListenersAre
 
 TEST_F(ZelDaemonStateManagerTerminateTest, ARunningMarkerThatCannotComeBackAfterARefusalIsIgnored) {
     auto manager = bornIn(STATE_RUNNING_UNINITIALIZED);
-    plantAtEveryOpen(kIsRunning, [] { EXPECT_EQ(mkdir(kIsRunning, 0755), 0); });
+    failCreating(kIsRunning, EROFS);
     FakeControl::terminateResult = 0;
 
     EXPECT_FALSE(requestTerminate(*manager).result);
@@ -390,7 +390,7 @@ TEST_F(ZelDaemonStateManagerTerminateTest, AMissingRestartMarkerIsNoReadError) {
 
 TEST_F(ZelDaemonStateManagerTerminateTest, ARestartMarkerThatCannotBeCreatedIsAssertedWithoutItsLine) {
     auto manager = bornIn(STATE_RUNNING);
-    plantAtEveryOpen(kRestart, [] { EXPECT_EQ(mkdir(kRestart, 0755), 0); });
+    failCreating(kRestart, EROFS);
     testing::internal::CaptureStdout();
 
     EXPECT_TRUE(requestTerminate(*manager).result);
