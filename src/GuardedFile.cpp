@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <string>
@@ -33,6 +32,11 @@ bool IsOwn(const TCFileDescriptor& file) {
     return IsOwn(status);
 }
 
+// A name beside @p path that nobody knows before.
+std::string UnknownName(const char* path) {
+    return std::string(path) + '.' + std::to_string(std::random_device()());
+}
+
 }  // namespace
 
 TCFileDescriptor::~TCFileDescriptor() {
@@ -48,7 +52,7 @@ int TCFileDescriptor::m_Release() noexcept {
 }
 
 TCFileDescriptor& TCFileDescriptor::operator=(TCFileDescriptor&& other) noexcept {
-    std::swap(m_fd, other.m_fd);
+    const TCFileDescriptor old(std::exchange(m_fd, other.m_Release()));
     return *this;
 }
 
@@ -64,13 +68,9 @@ bool IsOwnFile(const char* path) {
 
 void TakeAwayPlanted(const char* path) {
     struct stat status {};
-    if (lstat(path, &status) != 0 || IsOwn(status) || std::remove(path) == 0) {
-        return;
-    }
-    // A folder that is not empty replaces the empty one that mkdtemp makes.
-    std::string folder = std::string(path) + ".XXXXXX";
-    if (mkdtemp(folder.data()) != nullptr && std::rename(path, folder.c_str()) != 0) {
-        rmdir(folder.c_str());
+    if (lstat(path, &status) == 0 && !IsOwn(status) && std::remove(path) != 0) {
+        // A folder that is not empty.
+        std::rename(path, UnknownName(path).c_str());
     }
 }
 
@@ -83,17 +83,16 @@ TCFileDescriptor OpenOwnFile(const char* path) {
 }
 
 TCFileDescriptor CreateOwnFile(const char* path) {
-    TakeAwayPlanted(path);
     TCFileDescriptor file(open(path, O_WRONLY | O_CREAT | kGuards, kDefaultMode));
     if (file && IsOwn(file)) {
-        // Truncated only now: something may have been planted before the opening.
+        // Truncated only now: what was planted must keep its content.
         return ftruncate(file.Get(), 0) == 0 ? std::move(file) : TCFileDescriptor();
     }
     if (file && errno != EPERM) {
         return TCFileDescriptor();
     }
-    // Something was planted. Nobody knows this name before, so nobody can be faster.
-    const std::string name = std::string(path) + '.' + std::to_string(std::random_device()());
+    // Something is planted, and would be again if it were removed first.
+    const std::string name = UnknownName(path);
     TCFileDescriptor moved(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | kGuards, kDefaultMode));
     if (moved && !RenameOver(name.c_str(), path)) {
         unlink(name.c_str());
@@ -113,9 +112,6 @@ bool RenameOver(const char* from, const char* to) {
         if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0) {
             TakeAwayPlanted(from);
             return true;
-        }
-        if (errno != ENOENT) {
-            return false;
         }
     }
     return false;

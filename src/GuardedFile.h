@@ -16,7 +16,7 @@ public:
     TCFileDescriptor() = default;
     explicit TCFileDescriptor(int fd) : m_fd(fd) {}
     TCFileDescriptor(TCFileDescriptor&& other) noexcept : m_fd(other.m_Release()) {}
-    /** The other owner closes what this one had. */
+    /** Closes what this one had. */
     TCFileDescriptor& operator=(TCFileDescriptor&& other) noexcept;
     TCFileDescriptor(const TCFileDescriptor&) = delete;
     TCFileDescriptor& operator=(const TCFileDescriptor&) = delete;
@@ -52,9 +52,8 @@ void TakeAwayPlanted(const char* path);
 TCFileDescriptor OpenOwnFile(const char* path);
 
 /**
- * Creates a file with the process's default mode, or truncates the daemon's own, and opens it for writing.
- * Anything else at the path is removed first. If an attacker puts something there meanwhile, the file is made
- * under a random name beside it and renamed.
+ * Creates a file with the process's default mode, or truncates the daemon's own, and opens it for writing. If
+ * there is anything else at the path, the file is made under a random name beside it and takes its place.
  *
  * @return the file, or none with errno set
  */

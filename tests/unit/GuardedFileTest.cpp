@@ -31,6 +31,11 @@ int statError = 0;
 int truncateError = 0;
 int closeError = 0;
 
+// What an attacker does before each of these calls, and how often there was a first one.
+std::function<void()> beforeRename;
+std::function<void()> beforeExchange;
+int renames = 0;
+
 // What there is in /tmp whose path begins like this one.
 std::vector<std::string> namesLike(const std::string& path) {
     std::vector<std::string> names;
@@ -58,6 +63,9 @@ protected:
         statError = 0;
         truncateError = 0;
         closeError = 0;
+        beforeRename = nullptr;
+        beforeExchange = nullptr;
+        renames = 0;
         errno = 0;
     }
 };
@@ -91,6 +99,28 @@ extern "C" int __wrap_close(int fd);
 extern "C" int __wrap_close(int fd) {
     const int result = __real_close(fd);
     return closeError == 0 ? result : failWith(closeError);
+}
+
+extern "C" int __real_rename(const char* from, const char* to);
+extern "C" int __wrap_rename(const char* from, const char* to);
+extern "C" int __wrap_rename(const char* from, const char* to) {
+    ++renames;
+    if (beforeRename) {
+        beforeRename();
+    }
+    return __real_rename(from, to);
+}
+
+extern "C" int __real_renameat2(int fromFolder, const char* from, int toFolder, const char* to,
+                                unsigned int flags);
+extern "C" int __wrap_renameat2(int fromFolder, const char* from, int toFolder, const char* to,
+                                unsigned int flags);
+extern "C" int __wrap_renameat2(int fromFolder, const char* from, int toFolder, const char* to,
+                                unsigned int flags) {
+    if (beforeExchange) {
+        beforeExchange();
+    }
+    return __real_renameat2(fromFolder, from, toFolder, to, flags);
 }
 
 TEST_F(GuardedFileTest, AMissingFileIsCreatedEmptyWithTheProcessesMode) {
@@ -374,10 +404,65 @@ TEST_F(GuardedFileTest, AnAttackerWhoWinsEveryRaceIsBypassed) {
         EXPECT_EQ(write(file.Get(), "x", 1), 1);
         EXPECT_EQ(readFile(kPath), "x");
         EXPECT_TRUE(IsOwnFile(kPath));
+        EXPECT_EQ(fcntl(file.Get(), F_GETFD), FD_CLOEXEC);
         struct stat status {};
         ASSERT_EQ(stat(kPath, &status), 0);
         EXPECT_EQ(status.st_mode & 07777U, 0666U & ~currentUmask());
     }
+}
+
+TEST_F(GuardedFileTest, AFolderThatGoesBeforeTheExchangeIsNoObstacle) {
+    writeFile(kVictim, "new");
+    ASSERT_EQ(mkdir(kPath, 0755), 0);
+    beforeExchange = [] { EXPECT_EQ(rmdir(kPath), 0); };
+
+    EXPECT_TRUE(RenameOver(kVictim, kPath));
+
+    EXPECT_EQ(readFile(kPath), "new");
+}
+
+TEST_F(GuardedFileTest, AFolderThatComesAndGoesAHundredTimesInTimeIsGivenUpAndNothingStays) {
+    plantAtOpen(kPath, [] { EXPECT_EQ(mkdir(kPath, 0755), 0); });
+    beforeRename = [] { mkdir(kPath, 0755); };
+    beforeExchange = [] { EXPECT_EQ(rmdir(kPath), 0); };
+
+    EXPECT_FALSE(CreateOwnFile(kPath));
+
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(renames, 100);
+    EXPECT_TRUE(namesLike(kPath).empty());
+}
+
+TEST_F(GuardedFileTest, OnlyWhatIsPlantedIsTakenAway) {
+    for (const auto& plant : std::vector<std::function<void()>>{
+             [] { ASSERT_EQ(mkdir(kPath, 0755), 0); },
+             [] { ASSERT_EQ(symlink("/nowhere", kPath), 0); },
+             [] { ASSERT_EQ(mkfifo(kPath, 0600), 0); },
+             [] { ASSERT_EQ(link(kVictim, kPath), 0); },
+             [] {},
+         }) {
+        writeFile(kVictim, "precious");
+        plant();
+
+        TakeAwayPlanted(kPath);
+
+        EXPECT_TRUE(namesLike(kPath).empty());
+        EXPECT_EQ(readFile(kVictim), "precious");
+    }
+    writeFile(kPath, "mine");
+
+    TakeAwayPlanted(kPath);
+
+    EXPECT_EQ(readFile(kPath), "mine");
+}
+
+TEST_F(GuardedFileTest, AFilledFolderIsTakenAwayByAnotherName) {
+    std::filesystem::create_directories(std::string(kPath) + "/full");
+
+    TakeAwayPlanted(kPath);
+
+    EXPECT_FALSE(exists(kPath));
+    EXPECT_EQ(namesLike(kPath).size(), 1U);
 }
 
 TEST_F(GuardedFileTest, WhereNothingCanBeCreatedTheErrorIsThatOfTheOpening) {
