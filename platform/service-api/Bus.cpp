@@ -9,6 +9,13 @@ constexpr const char* kSystemBus = "unix:path=/run/dbus/system_bus_socket";
 
 }  // namespace
 
+bus::Message bus::newCall(sd_bus* connection, const char* destination, const char* path,
+                          const char* interface, const char* member) {
+    sd_bus_message* call = nullptr;
+    check(sd_bus_message_new_method_call(connection, &call, destination, path, interface, member), member);
+    return Message(call);
+}
+
 bus::Connection bus::connect() {
     sd_bus* opened = nullptr;
     check(sd_bus_new(&opened), "sd_bus_new");

@@ -39,6 +39,14 @@ inline int check(int result, const char* what) {
     return result;
 }
 
+/** The bus itself: its name, which is that of its interface too, and its object. */
+constexpr const char* kName = "org.freedesktop.DBus";
+constexpr const char* kPath = "/org/freedesktop/DBus";
+
+/** A call that is filled in and then made. Throws std::system_error. */
+Message newCall(sd_bus* connection, const char* destination, const char* path, const char* interface,
+                const char* member);
+
 /**
  * Connects to the system bus, `DBUS_SYSTEM_BUS_ADDRESS` or the usual socket, without waiting for its
  * greeting. The connection takes no descriptors: the bus refuses messages with descriptors to it, so

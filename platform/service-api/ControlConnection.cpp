@@ -7,9 +7,6 @@ namespace {
 
 constexpr const char* kOwnName = "com.brenlow.ZELLite.Control";
 
-constexpr const char* kBus = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
-
 // Neither DO_NOT_QUEUE nor another flag: with the name taken, this connection waits for it.
 constexpr std::uint32_t kWaitInLine = 0;
 
@@ -22,7 +19,7 @@ ControlConnection::ControlConnection() : m_bus(bus::connect()) {
 // Waits for no answer: that would take until after the greeting, and strangers could send messages until
 // then. Without the name, everything works.
 void ControlConnection::requestName() {
-    const bus::Message request = newCall(kBus, kBusPath, kBus, "RequestName");
+    const bus::Message request = newCall(bus::kName, bus::kPath, bus::kName, "RequestName");
     bus::check(sd_bus_message_append(request.get(), "su", kOwnName, kWaitInLine), "RequestName");
     bus::check(sd_bus_message_set_expect_reply(request.get(), 0), "RequestName");
     bus::check(sd_bus_send(m_bus.get(), request.get(), nullptr), "RequestName");
@@ -30,11 +27,7 @@ void ControlConnection::requestName() {
 
 bus::Message ControlConnection::newCall(const std::string& destination, const char* path,
                                         const char* interface, const char* member) {
-    sd_bus_message* message = nullptr;
-    bus::check(
-        sd_bus_message_new_method_call(m_bus.get(), &message, destination.c_str(), path, interface, member),
-        member);
-    return bus::Message(message);
+    return bus::newCall(m_bus.get(), destination.c_str(), path, interface, member);
 }
 
 bus::Message ControlConnection::call(const bus::Message& message, const Deadline& deadline) {

@@ -33,8 +33,6 @@ constexpr std::chrono::seconds kComparisonDelay{10};
 constexpr std::chrono::milliseconds kLookPeriod{50};
 constexpr std::chrono::seconds kStuckLimit{5};
 
-constexpr const char* kBus = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr const char* kStatistics = "org.freedesktop.DBus.Debug.Stats";
 constexpr const char* kOwnersMatch =
     "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
@@ -105,13 +103,6 @@ std::vector<std::string> readNames(sd_bus_message* answer) {
         names.emplace_back(name);
     }
     return names;
-}
-
-bus::Message newCall(sd_bus* connection, const char* interface, const char* member) {
-    sd_bus_message* call = nullptr;
-    bus::check(sd_bus_message_new_method_call(connection, &call, kBus, kBusPath, interface, member),
-               "a call of the bus");
-    return bus::Message(call);
 }
 
 // Moves the content piece by piece, the last first, so that a large reply never exists twice.
@@ -228,7 +219,8 @@ void IpcServer::watchOwners() {
 std::vector<std::string> IpcServer::listNames() {
     sd_bus_message* answer = nullptr;
     bus::Error error;
-    const bus::Message call = newCall(m_connection.get(), kBus, "ListNames");
+    const bus::Message call =
+        bus::newCall(m_connection.get(), bus::kName, bus::kPath, bus::kName, "ListNames");
     bus::check(sd_bus_call(m_connection.get(), call.get(), 0, error.get(), &answer), "the list of names");
     return readNames(bus::Message(answer).get());
 }
@@ -359,7 +351,7 @@ void IpcServer::report(std::vector<Departure> departures) {
 // Asks the bus about a connection. The answer goes to @p onAnswer on this thread, with the question.
 void IpcServer::ask(const char* interface, const char* member, const char* name, std::uint64_t replies,
                     sd_bus_message_handler_t onAnswer) {
-    const bus::Message call = newCall(m_connection.get(), interface, member);
+    const bus::Message call = bus::newCall(m_connection.get(), bus::kName, bus::kPath, interface, member);
     if (name != nullptr) {
         bus::check(sd_bus_message_append_basic(call.get(), 's', name), "a call of the bus");
     }
@@ -376,7 +368,7 @@ void IpcServer::ask(const char* interface, const char* member, const char* name,
 
 void IpcServer::lookUp(const std::string& name) {
     if (m_connections.add(name)) {
-        ask(kBus, "GetConnectionCredentials", name.c_str(), 0, onCredentials);
+        ask(bus::kName, "GetConnectionCredentials", name.c_str(), 0, onCredentials);
     }
 }
 
@@ -414,7 +406,7 @@ void IpcServer::doPeriodicWork(Clock::time_point now) {
     }
     if (now >= m_nextComparison) {
         m_nextComparison = Clock::time_point::max();
-        ask(kBus, "ListNames", nullptr, 0, onNames);
+        ask(bus::kName, "ListNames", nullptr, 0, onNames);
     }
     if (now >= m_nextLook && m_writesQueued == 0) {
         m_nextLook = now + kLookPeriod;
@@ -470,7 +462,7 @@ int IpcServer::onNameOwnerChanged(sd_bus_message* signal, void* server, sd_bus_e
         const char* name = nullptr;
         const char* oldOwner = nullptr;
         const char* newOwner = nullptr;
-        if (bus::text(sd_bus_message_get_sender(signal)) == kBus &&
+        if (bus::text(sd_bus_message_get_sender(signal)) == bus::kName &&
             sd_bus_message_read(signal, "sss", &name, &oldOwner, &newOwner) > 0 && *newOwner == '\0') {
             static_cast<IpcServer*>(server)->forget(name);
         }

@@ -10,8 +10,6 @@ namespace {
 constexpr const char* kUnit = "zel_deamon.service";
 constexpr std::chrono::milliseconds kPollInterval{20};
 
-constexpr const char* kBus = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr const char* kSystemd = "org.freedesktop.systemd1";
 constexpr const char* kSystemdPath = "/org/freedesktop/systemd1";
 constexpr const char* kSystemdManager = "org.freedesktop.systemd1.Manager";
@@ -33,7 +31,7 @@ struct UnitState {
 };
 
 bool hasOwner(ControlConnection& connection, const char* name, const Deadline& deadline) {
-    const bus::Message call = connection.newCall(kBus, kBusPath, kBus, "NameHasOwner");
+    const bus::Message call = connection.newCall(bus::kName, bus::kPath, bus::kName, "NameHasOwner");
     bus::check(sd_bus_message_append(call.get(), "s", name), "NameHasOwner");
     const bus::Message reply = connection.call(call, deadline);
     int owned = 0;
@@ -98,7 +96,7 @@ Verdict look(ControlConnection& connection, const Deadline& deadline) {
 }  // namespace
 
 std::string serviceOwner(ControlConnection& connection, const Deadline& deadline) {
-    const bus::Message call = connection.newCall(kBus, kBusPath, kBus, "GetNameOwner");
+    const bus::Message call = connection.newCall(bus::kName, bus::kPath, bus::kName, "GetNameOwner");
     bus::check(sd_bus_message_append(call.get(), "s", kServiceName), "GetNameOwner");
     const bus::Message reply = connection.call(call, deadline);
     const char* owner = nullptr;

@@ -211,6 +211,16 @@ TEST_F(CallQueueTest, RoomComesBackWhenCallsAreServedDroppedOrAllDropped) {
     EXPECT_THAT(push("e", {1}, 0), ElementsAre("d 8"));
 }
 
+TEST_F(CallQueueTest, WhenAllIsDroppedTheTurnsGoToo) {
+    push("a", {1});
+    admit("a");
+    m_queue.dropAll();
+    push("b", {2});
+    admit("b", kOtherUser);
+
+    EXPECT_EQ(next(), "b 2");
+}
+
 TEST_F(CallQueueTest, AStopEndsAWaitAndComesBeforeWhatWaits) {
     auto waiting = std::async(std::launch::async, [this] { return next(); });
     push("a", {1});
