@@ -261,6 +261,33 @@ TEST(IpcHostileTest, AfterTheLossOfTheConnectionOnlyThoseWhoLeftAreReported) {
     });
 }
 
+TEST(IpcHostileTest, CallsThatWaitAreDroppedWithTheirConnection) {
+    inFreshProcess([] {
+        const auto gate = std::make_shared<Gate>();
+        const PrivateBus bus;
+        observe(std::make_unique<RecordingObserver>("only"));
+        const int socket = setUpAndFindSocket().second;
+        startIpc(waitsInMethodOne(gate));
+        Client client;
+        client.send(1, "");
+        ASSERT_TRUE(record().waitFor("waits"));
+        client.send(2, "");
+        EXPECT_NE(client.errorOf("com.brenlow.IOther", 0, ""), "");
+        const std::string owner = client.owner("com.brenlow.ZELLite");
+
+        shutdown(socket, SHUT_RDWR);
+        ASSERT_TRUE(eventually([&client, &owner] {
+            const std::string now = client.owner("com.brenlow.ZELLite");
+            return !now.empty() && now != owner;
+        }));
+        gate->open();
+        client.call(3, "");
+
+        EXPECT_THAT(record().eventsWith("call"),
+                    ElementsAre("call 1 from " + client.name(), "call 3 from " + client.name()));
+    });
+}
+
 TEST(IpcHostileTest, ABusThatTakesNothingForFiveSecondsCountsAsLost) {
     inFreshProcess([] {
         testing::internal::CaptureStderr();
