@@ -92,13 +92,19 @@ void CallQueue::add(Departure departure) {
     m_changed.notify_one();
 }
 
+void CallQueue::putDeparturesFirst() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_urgentDepartures = m_departures.size();
+}
+
 std::variant<Stop, Departure, Call> CallQueue::next() {
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
         if (m_isStopped) {
             return Stop{};
         }
-        if (!m_departures.empty() && (m_isDeparturesTurn || m_turns.empty())) {
+        if (!m_departures.empty() && (m_urgentDepartures > 0 || m_isDeparturesTurn || m_turns.empty())) {
+            m_urgentDepartures -= m_urgentDepartures > 0 ? 1 : 0;
             Departure departure = std::move(m_departures.front());
             m_departures.pop_front();
             m_isDeparturesTurn = false;

@@ -81,6 +81,9 @@ public:
     /** Adds the news that a connection has left; it takes its turn as a user's calls do. */
     void add(Departure departure);
 
+    /** All news that wait now are served before any call: a name in them may be a caller's again. */
+    void putDeparturesFirst();
+
     /** Waits for what is to be served next. */
     std::variant<Stop, Departure, Call> next();
 
@@ -103,6 +106,8 @@ private:
     std::condition_variable m_changed;
     bool m_isStopped = false;
     std::deque<Departure> m_departures;
+    /** How many of them are served before any call. */
+    std::size_t m_urgentDepartures = 0;
     bool m_isDeparturesTurn = false;
     /** Callers with waiting calls. */
     std::map<std::string, Waiting> m_callers;

@@ -334,6 +334,7 @@ void IpcServer::waitForBus() {
 void IpcServer::reportFirst(std::vector<Departure> departures) {
     if (m_servingThread.joinable() || !m_connections.isOnSameBus()) {
         report(std::move(departures));
+        m_queue.putDeparturesFirst();
     } else {
         m_leftBefore = std::move(departures);
         m_leftBeforeTime = Clock::now() + kOwnCheckTime;
@@ -389,6 +390,7 @@ void IpcServer::identify(const std::string& name, sd_bus_message* credentials) {
     identity.properties.progName = programName(identity.properties.pid);
     if (auto departure = m_connections.identify(name, identity)) {
         m_queue.add(std::move(*departure));
+        m_queue.putDeparturesFirst();
     }
     admit(name);
 }

@@ -154,6 +154,18 @@ TEST_F(CallQueueTest, DeparturesAndUsersTakeTurns) {
     EXPECT_THAT(next(5), ElementsAre("a 1", "x left", "a 2", "y left", "z left"));
 }
 
+TEST_F(CallQueueTest, DeparturesThatArePutFirstComeBeforeEveryCall) {
+    m_queue.add({"x", 1});
+    m_queue.add({"a", 2});
+    m_queue.putDeparturesFirst();
+    m_queue.add({"z", 3});
+    m_queue.add({"z", 4});
+    push("a", {1, 2});
+    admit("a");
+
+    EXPECT_THAT(next(6), ElementsAre("x left", "a left", "a 1", "z left", "a 2", "z left"));
+}
+
 TEST_F(CallQueueTest, ADepartureIsServedAlsoWhenEveryCallerWithATurnHasLeft) {
     push("a", {1});
     admit("a");

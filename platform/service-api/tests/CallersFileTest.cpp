@@ -192,6 +192,22 @@ TEST_F(ConnectionsTest, AComparisonFindsThoseWhoseLeavingWasNotReported) {
     EXPECT_TRUE(connections.remove(":1.3"));
 }
 
+TEST_F(ConnectionsTest, ThoseWhoLeftAreNotRememberedAcrossARestart) {
+    {
+        Connections connections;
+        connections.begin("bus1", {}, ":1.0");
+        for (const char* name : {":1.1", ":1.2", ":1.3"}) {
+            connections.add(name);
+            connections.identify(name, process(101));
+        }
+
+        connections.remove(":1.1");
+        connections.compare({":1.3"});
+    }
+
+    EXPECT_THAT(CallersFile::read().second, ElementsAre(Pair(":1.3", 101)));
+}
+
 TEST_F(ConnectionsTest, AProcessThatHasGoneWhenItIsLookedUpIsNotKnown) {
     Connections connections;
     connections.begin("bus1", {}, ":1.0");
