@@ -116,3 +116,11 @@ bool RenameOver(const char* from, const char* to) {
     }
     return false;
 }
+
+void EmptyIfNamed(const TCFileDescriptor& replaced) {
+    struct stat status {};
+    if (fstat(replaced.Get(), &status) == 0 && status.st_nlink > 0) {
+        // After a failure the file keeps its content, and counts no more than before.
+        [[maybe_unused]] const int result = ftruncate(replaced.Get(), 0);
+    }
+}

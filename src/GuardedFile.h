@@ -67,4 +67,11 @@ TCFileDescriptor CreateOwnFile(const char* path);
  */
 bool RenameOver(const char* from, const char* to);
 
+/**
+ * Empties a file that still has a name although it was replaced or removed: where the kernel lets users link
+ * files of others, somebody may have given it a second name. Without one it stays as it is, for readers who
+ * have it open.
+ */
+void EmptyIfNamed(const TCFileDescriptor& replaced);
+
 #endif

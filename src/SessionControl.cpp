@@ -700,10 +700,7 @@ bool TCSessionControl::m_writeState() {
 }
 
 void TCSessionControl::m_replaceSavedState(TCFileDescriptor file) {
-    if (m_savedState) {
-        // After a failure the old file keeps its content, and counts no more than before.
-        [[maybe_unused]] const int result = ftruncate(m_savedState.Get(), 0);
-    }
+    EmptyIfNamed(m_savedState);
     m_savedState = std::move(file);
 }
 

@@ -222,8 +222,8 @@ private:
 
     TCZelDaemonStateManager& m_stateManager;
     TSessions m_sessions;
-    /** The state file as it was saved or loaded last. It is emptied when another takes its place: where the
-     * kernel lets users link files of others, a second name of it must not bring old sessions back. */
+    /** The state file as it was saved or loaded last. A second name of it must not bring old sessions
+     * back when another has taken its place. */
     TCFileDescriptor m_savedState;
     TDebugRecords m_debugRecords;
     std::int64_t m_lastTryTerminateTime = 0;

@@ -17,7 +17,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <new>
+#include <string>
 
 #include "fakes/Actions.h"
 #include "fakes/FakeDlog.h"
@@ -424,6 +426,16 @@ TEST_F(SessionStateFileTest, AStateFileThatIsReplacedOrRemovedIsEmptiedInAllItsN
 
     EXPECT_EQ(readFile("/tmp/kept"), "");
     unlink("/tmp/kept");
+}
+
+TEST_F(SessionStateFileTest, AReplacedStateFileStaysWholeForItsReaders) {
+    TCSessionControl control(m_manager);
+    control.Open("a", "ant", "1");
+    std::ifstream reader(kState, std::ios::binary);
+
+    control.Open("b", "bee", "2");
+
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), number(1) + session("a", "ant", "1"));
 }
 
 TEST_F(SessionStateFileTest, AStateFileOfTheRunBeforeIsEmptiedWhenItIsReplaced) {
