@@ -13,6 +13,9 @@ from watcher import Sample, Watcher, descriptors_of
 _MIB = 1024 * 1024
 _CALM = 60          # seconds after which everything must be as before
 _SHORTEST_CALM = 3  # seconds for which the honest ones go on after the attack
+# A call of the daemon passes the bus twice as often as one of the bus itself. Where that is slow, because the machine or the
+# bus is, a call of the daemon may take this many times as long as the bus's own answers, if that is more than the bound.
+_TIMES_OF_THE_BUS = 3
 # Descriptors. A library opens its connection, with four of them, when it is first needed: that may be in the attack.
 _SLACK = 5
 
@@ -134,7 +137,7 @@ class Trial:
             self._check("the attack itself", False, self._trouble)
         self._judge_sessions(said, closed)
         self._judge_honest(said["calls"])
-        self._judge_report(looks)
+        self._judge_report(looks, said["calls"])
         self._judge_resources()
         self._judge_lines(lines)
         for what, holds, figure in attack.afterwards(television) or ():
@@ -159,25 +162,28 @@ class Trial:
         wrong = [str(call[3]) for call in ours if call[3] != 0]
         self._check("honest calls without success", len(wrong) <= attack.failures,
                     f"{len(wrong)} of {len(ours)} {', '.join(sorted(set(wrong)))}", attack.failures)
-        p99, figure = self._times(ours)
-        self._check("honest calls, p99", p99 <= attack.p99, figure, f"{attack.p99} ms", is_time=True)
-        _, figure = self._times(call for call in calls if call[0] == "bus")
-        print(f"       the bus's own answers, for comparison: {figure}")
+        of_bus, _, figure_of_bus = self._times(call for call in calls if call[0] == "bus")
+        p99, _, figure = self._times(ours)
+        bound = max(attack.p99, _TIMES_OF_THE_BUS * of_bus)
+        self._check("honest calls, p99", p99 <= bound, figure, f"{bound:.0f} ms", is_time=True)
+        print(f"       the bus's own answers, for comparison: {figure_of_bus}")
 
     def _times(self, calls):
-        """The 99th percentile of the calls under the attack and shortly after it, in ms, and the figures as text."""
+        """The 99th percentile of the calls under the attack and shortly after it and the longest, in ms, and as text."""
         until = self._ended + _SHORTEST_CALM
         times = sorted(seconds * 1000 for _, began, seconds, _ in calls
                        if began + seconds >= self._began and began <= until)
         p99 = times[math.ceil(0.99 * len(times)) - 1]
-        return p99, f"{p99:.1f} ms, median {times[len(times) // 2]:.1f}, longest {times[-1]:.1f}, of {len(times)}"
+        return p99, times[-1], f"{p99:.1f} ms, median {times[len(times) // 2]:.1f}, longest {times[-1]:.1f}, of {len(times)}"
 
-    def _judge_report(self, looks):
+    def _judge_report(self, looks, calls):
         attack = self._attack
         slowest = max(look["seconds"] for look in looks) * 1000
-        self._check("the report, slowest", slowest <= attack.report,
+        _, longest_of_bus, _ = self._times(call for call in calls if call[0] == "bus")
+        bound = max(attack.report, _TIMES_OF_THE_BUS * longest_of_bus)
+        self._check("the report, slowest", slowest <= bound,
                     f"{slowest:.0f} ms, of {len(looks)}, largest {max(look['bytes'] for look in looks)} bytes",
-                    f"{attack.report} ms", is_time=True)
+                    f"{bound:.0f} ms", is_time=True)
         invalid = [look["outcome"] for look in looks if not look["valid"]]
         self._check("reports refused or not valid", not invalid, f"{len(invalid)} {', '.join(sorted(set(invalid)))}")
         if attack.observed and attack.traces_stay:
