@@ -30,11 +30,12 @@ namespace {
 
 constexpr const char* kTvViewerState = "memory/tv-viewer/viewer_state";
 
-// Releases of the set number this folder's variable differently; the switches stay where they are.
-static_assert(TZ_SYS_ETC == 6, "the folder of the switches is the platform's variable 6");
+// The build finds the variable's name: releases of the set give the number 6 to different ones.
+constexpr tzplatform_variable kSwitchFolder = ZEL_SWITCH_FOLDER;
+static_assert(kSwitchFolder == 6, "the folder of the switches is the platform's variable 6");
 
 bool IsSwitchPresent(const char* name) {
-    const char* path = tzplatform_mkpath(TZ_SYS_ETC, name);
+    const char* path = tzplatform_mkpath(kSwitchFolder, name);
     return path != nullptr && access(path, F_OK) == 0;
 }
 

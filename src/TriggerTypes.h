@@ -2,27 +2,17 @@
 /**
  * @file
  * Why the service is needed. The service receives the number of a trigger together with a TSNotifyData, so
- * the numbers never change; a new reason gets a new number.
+ * the numbers never change; a new reason gets a new number. The build finds out whether the service's own
+ * headers have the enumeration, and takes it from there or from triggers/own.
  */
 #ifndef ZEL_LITE_TRIGGER_TYPES_H
 #define ZEL_LITE_TRIGGER_TYPES_H
 
-#include "ZelServiceAPI.h"
+#include "ETriggerType.h"
 
-enum ETriggerType : int {
-    /** An external input was plugged or unplugged; `source` and `sourcePlugState` say which and how. */
-    TRIGGER_TYPE_SOURCE_PLUG = 0,
-    /** The service is needed, for no more particular reason. A service that runs already is not sent this
-       one. */
-    TRIGGER_TYPE_START_ZEL_MAIN = 1,
-    /** The network-time setting changed to `value`. */
-    TRIGGER_TYPE_NETWORK_TIME = 2,
-    /** The clock-mode setting changed to `value`. */
-    TRIGGER_TYPE_CLOCK_MODE = 3,
-    /** The system time has drifted from the hardware clock and must be synchronised. */
-    TRIGGER_TYPE_SYNC_TIME = 4,
-    /** The stolen-television setting changed; `value` is 1 when the set is to be blocked, else 0. */
-    TRIGGER_TYPE_STOLEN_TV = 5,
-};
+static_assert(TRIGGER_TYPE_SOURCE_PLUG == 0 && TRIGGER_TYPE_START_ZEL_MAIN == 1 &&
+                  TRIGGER_TYPE_NETWORK_TIME == 2 && TRIGGER_TYPE_CLOCK_MODE == 3 &&
+                  TRIGGER_TYPE_SYNC_TIME == 4 && TRIGGER_TYPE_STOLEN_TV == 5,
+              "the service knows triggers by these numbers");
 
 #endif

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <type_traits>
 
 #include "Diagnostics.h"
 #include "SessionControl.h"
@@ -54,6 +55,16 @@ void InheritCpuBoost() {
     resource_register_cpu_inheritance_destination("zel-lite", self);
 }
 
+// The manager, whether its library gives a reference or a pointer: the set's header is not public.
+template <typename TManager>
+ZelServiceAPIManager& Manager(TManager&& manager) {
+    if constexpr (std::is_pointer_v<std::remove_reference_t<TManager>>) {
+        return *manager;
+    } else {
+        return manager;
+    }
+}
+
 }  // namespace
 
 int main() {
@@ -67,7 +78,7 @@ int main() {
     CZELLiteWaylandNotificationReceiver waylandReceiver(stateManager, sessionControl);
 
     // Calls arrive from here on, so everything they reach stands already.
-    ZelServiceAPIManager::GetInstance(kBusInterface, kObjectPath)
+    Manager(ZelServiceAPIManager::GetInstance(kBusInterface, kObjectPath))
         .StartNativeAPI(
             std::make_unique<SessionControlNative>(sessionControl, stateManager, callersObserver));
     BootMarker("ZEL-LITE MAIN: StartNativeAPI() completed.");

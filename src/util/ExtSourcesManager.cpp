@@ -14,20 +14,20 @@ struct TSSourceKey {
     ESource source;
 };
 constexpr std::array<TSSourceKey, 14> kSourceKeys{{
-    {"memory/sysman/av1", ESource{1}},
-    {"memory/sysman/av2", ESource{2}},
-    {"memory/sysman/comp1", ESource{7}},
-    {"memory/sysman/comp2", ESource{8}},
-    {"memory/sysman/scart1", ESource{17}},
-    {"memory/sysman/scart2", ESource{18}},
-    {"memory/sysman/hdmi1", ESource{13}},
-    {"memory/sysman/hdmi2", ESource{14}},
-    {"memory/sysman/hdmi3", ESource{15}},
-    {"memory/sysman/hdmi4", ESource{16}},
-    {"memory/sysman/hdmi5", ESource{38}},
-    {"memory/sysman/hdmi6", ESource{39}},
-    {"memory/sysman/hdmi7", ESource{46}},
-    {"memory/sysman/hdmi8", ESource{47}},
+    {"memory/sysman/av1", static_cast<ESource>(1)},
+    {"memory/sysman/av2", static_cast<ESource>(2)},
+    {"memory/sysman/comp1", static_cast<ESource>(7)},
+    {"memory/sysman/comp2", static_cast<ESource>(8)},
+    {"memory/sysman/scart1", static_cast<ESource>(17)},
+    {"memory/sysman/scart2", static_cast<ESource>(18)},
+    {"memory/sysman/hdmi1", static_cast<ESource>(13)},
+    {"memory/sysman/hdmi2", static_cast<ESource>(14)},
+    {"memory/sysman/hdmi3", static_cast<ESource>(15)},
+    {"memory/sysman/hdmi4", static_cast<ESource>(16)},
+    {"memory/sysman/hdmi5", static_cast<ESource>(38)},
+    {"memory/sysman/hdmi6", static_cast<ESource>(39)},
+    {"memory/sysman/hdmi7", static_cast<ESource>(46)},
+    {"memory/sysman/hdmi8", static_cast<ESource>(47)},
 }};
 
 }  // namespace

@@ -15,10 +15,9 @@
 #include <map>
 #include <string>
 
-class TCZelDaemonStateManager;
+#include "ESource.h"
 
-/** An external input. The numbers are the service's own; they have gaps. */
-enum ESource : int {};
+class TCZelDaemonStateManager;
 
 /** Watches from construction to destruction, whether the service runs or not. Lives on the main thread. */
 class TCExtSourcesManager {
