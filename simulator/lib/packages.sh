@@ -33,7 +33,7 @@ unit_packages=(
 # shellcheck disable=SC2034  # for the script that sources this
 test_packages=(
     "${unit_packages[@]}"
-    dpkg-dev file rpm
+    dpkg-dev file rpm rpmlint
     clang-format clang-tidy shellcheck mandoc zsh fish
 )
 
@@ -42,6 +42,14 @@ test_packages=(
 foreign_packages=(
     mmdebstrap arch-test g++-arm-linux-gnueabi
 )
+
+# Of what a build of the daemon needs, the libraries, which are the machine's that it is built for.
+library_packages() {
+    local package
+    for package in "${daemon_packages[@]}"; do
+        [[ $package != lib*-dev ]] || printf '%s\n' "$package"
+    done
+}
 
 # The names of those packages, one a line, that are not installed.
 missing_packages() {
