@@ -29,7 +29,7 @@ function(zel_test name)
   add_test(NAME "${ZEL_TEST_PREFIX}/${name}"
     COMMAND "${CMAKE_SOURCE_DIR}/tests/support/private-root" "${CMAKE_SOURCE_DIR}" "$<TARGET_FILE:${name}>")
   set_tests_properties("${ZEL_TEST_PREFIX}/${name}" PROPERTIES
-    TIMEOUT 300 LABELS "${arg_LABELS}"
+    TIMEOUT 900 LABELS "${arg_LABELS}"
     ENVIRONMENT "TSAN_OPTIONS=halt_on_error=1:suppressions=${CMAKE_SOURCE_DIR}/tests/support/tsan.supp;ASAN_OPTIONS=detect_stack_use_after_return=1;UBSAN_OPTIONS=print_stacktrace=1")
 endfunction()
 
